@@ -1,0 +1,136 @@
+#ifndef QEL_LOG_H_
+#define QEL_LOG_H_
+
+/* The logging interface of the kit, usable from C and C++.
+ *
+ * A caller passes a module name, a level and a finished message text; the library stamps
+ * the record with the local time of day and the calling thread's kernel id, drops it when
+ * its level is below the global threshold (1 at start), and otherwise hands it to the
+ * writers that are switched on: the console writer (standard output, on from the start)
+ * and the file writer (size-limited log files in a folder, off until switched on).
+ *
+ * Every line written has the form
+ *     [module][V1.8.63 L hh:mm:ss:ms tid]text
+ * followed by an empty line, where L is the level letter of LEVELSTRING.
+ *
+ * All functions may be called from any thread; configuration calls are meant to come
+ * from one thread at a time. None of them throws. */
+
+#include <qel/export.h>
+
+#ifndef __cplusplus
+#include <stdbool.h>
+#include <stddef.h>
+#else
+#include <cstddef>
+#endif
+
+/* Severity of a record; a higher value is more severe. */
+typedef enum QelLogLevel {
+    QEL_LOG_VERBOSE = 0,
+    QEL_LOG_INFO = 1,
+    QEL_LOG_WARNING = 2,
+    QEL_LOG_ERROR = 3
+} QelLogLevel;
+
+/* Names a component of the kit. Only qelLogSetModuleLevel takes it; nothing is stored
+ * per module. */
+typedef enum QelModule {
+    QEL_MODULE_SYSTEM = 0,
+    QEL_MODULE_LOG = 1,
+    QEL_MODULE_DEVICE = 2,
+    QEL_MODULE_STREAM = 3,
+    QEL_MODULE_USB = 4,
+    QEL_MODULE_DECODER = 5,
+    QEL_MODULE_APPLICATION = 6
+} QelModule;
+
+/* One log record, filled on the caller's stack by the write entry points and passed by
+ * reference to the writers. Every text field holds a NUL-terminated string that fits its
+ * array (longer input is cut at the size less one); every byte after the NUL is zero. */
+typedef struct LogMessage {
+    char module[128];   /* component that logs; printed first in every line */
+    char file[128];     /* source file of the call; carried, not printed */
+    char function[128]; /* function of the call; carried, not printed */
+    char text[2048];    /* the message text, at most 2047 characters */
+    char timeText[128]; /* time of day "hh:mm:ss:ms", milliseconds unpadded */
+    int line;           /* source line of the call; carried, not printed */
+    unsigned int threadId; /* kernel id of the thread that made the record */
+    QelLogLevel level;  /* severity */
+} LogMessage;
+
+#ifdef __cplusplus
+#define QEL_STATIC_ASSERT(condition, message) static_assert(condition, message)
+#else
+#define QEL_STATIC_ASSERT(condition, message) _Static_assert(condition, message)
+#endif
+
+/* The record is an interface other libraries of the kit compile against: its layout is
+ * fixed. */
+QEL_STATIC_ASSERT(sizeof(QelLogLevel) == 4, "QelLogLevel is 32 bits");
+QEL_STATIC_ASSERT(sizeof(QelModule) == 4, "QelModule is 32 bits");
+QEL_STATIC_ASSERT(offsetof(LogMessage, module) == 0, "LogMessage layout");
+QEL_STATIC_ASSERT(offsetof(LogMessage, file) == 128, "LogMessage layout");
+QEL_STATIC_ASSERT(offsetof(LogMessage, function) == 256, "LogMessage layout");
+QEL_STATIC_ASSERT(offsetof(LogMessage, text) == 384, "LogMessage layout");
+QEL_STATIC_ASSERT(offsetof(LogMessage, timeText) == 2432, "LogMessage layout");
+QEL_STATIC_ASSERT(offsetof(LogMessage, line) == 2560, "LogMessage layout");
+QEL_STATIC_ASSERT(offsetof(LogMessage, threadId) == 2564, "LogMessage layout");
+QEL_STATIC_ASSERT(offsetof(LogMessage, level) == 2568, "LogMessage layout");
+QEL_STATIC_ASSERT(sizeof(LogMessage) == 2572, "LogMessage size");
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The level letters "V", "I", "W", "E", indexed by QelLogLevel 0 to 3. */
+QEL_EXPORT extern const char* LEVELSTRING[4];
+
+/* Writes one record. NULL strings give empty fields; strings longer than their field are
+ * cut. Returns 0 whether the record was dropped by the threshold or written. */
+QEL_EXPORT int qelLogWrite(const char* module, QelLogLevel level, const char* file, int line,
+                           const char* function, const char* text);
+
+/* Writes one record without a source location (empty file and function, line 0).
+ * Returns 0. */
+QEL_EXPORT int qelLogSimplify(const char* module, QelLogLevel level, const char* text);
+
+/* Logs the library's last error code as "Errno:0x%x" at level QEL_LOG_ERROR, or nothing
+ * when the code is 0. The code is read, never cleared. Returns 0. */
+QEL_EXPORT int qelLogErrno(const char* module);
+
+/* Accepts a level for a module and stores nothing: the global threshold is the only
+ * filter. Returns 0. */
+QEL_EXPORT int qelLogSetModuleLevel(QelModule module, QelLogLevel level);
+
+/* Sets the global threshold: records below it are dropped. Any value is stored as it
+ * comes (below 0 every record passes, above 3 none does). Returns 0. */
+QEL_EXPORT int qelLogSetGlobalLevel(QelLogLevel level);
+
+/* Returns the global threshold (1 at start). */
+QEL_EXPORT QelLogLevel qelLogGetGlobalLevel(void);
+
+/* Sets the byte limit of each log file, applied at once to the current file; 0 removes
+ * the limit. The default is 10485760. Returns 0. */
+QEL_EXPORT int qelLogSetMaxSize(unsigned int maxSize);
+
+/* Switches the file writer on (true) or off (false). Switching on opens a new log file in
+ * the writer's folder ("./" until a folder is set; switching off forgets the folder).
+ * Returns 0, or -1 with the error code 0x80300002 when the file cannot be opened. */
+QEL_EXPORT int qelLogConfigFileWriter(bool enable);
+
+/* Switches the console writer on (true) or off (false). Returns 0. */
+QEL_EXPORT int qelLogConfigConsoleWriter(bool enable);
+
+/* Creates `folder` (leading and trailing spaces removed, backslashes read as "/", at most
+ * 128 characters) and switches the file writer on in a new file there. Returns 0 on
+ * success. A NULL, empty or all-space folder gives -1 and the error code 0x80300206; a
+ * longer one -1 and 0x80300002, both without any change. A folder that cannot be created
+ * or opened gives -1 and 0x80300002, and logging continues in a new file in "./". */
+QEL_EXPORT int qelLogSetFileFolder(const char* folder);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QEL_LOG_H_ */
