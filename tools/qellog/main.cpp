@@ -1,0 +1,117 @@
+// qellog: logs a message, or every line of standard input, through the library's writers.
+
+#include <qel/error.h>
+#include <qel/log.h>
+#include <qel/version.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "options.h"
+#include "pump.h"
+
+namespace {
+
+// The library's message for `code`, or the code itself when the table has none.
+std::string describe(int code) {
+    if (const char* message = errorGetErrorCodeString(code)) {
+        return message;
+    }
+    char text[32];
+    std::snprintf(text, sizeof(text), "error code 0x%08X", static_cast<unsigned int>(code));
+    return text;
+}
+
+int explain(int code) {
+    const char* message = errorGetErrorCodeString(code);
+    if (message == nullptr) {
+        std::fprintf(stderr, "qellog: error code 0x%08X has no message\n",
+                     static_cast<unsigned int>(code));
+        return 1;
+    }
+    std::printf("%s\n", message);
+    return 0;
+}
+
+// Switches the file writer on as asked. Returns 0, or 1 when the asked place was refused
+// (logging then goes on in the working directory when a log file can be opened there).
+int configureFiles(const qellog::Options& options) {
+    if (options.folder != nullptr) {
+        if (qelLogSetFileFolder(options.folder) == 0) {
+            return 0;
+        }
+        const std::string reason = describe(*ErrnoLocal());
+        // Most refusals leave the file writer on in the working directory; a blank or too long
+        // folder changes nothing, so the writer is switched on there here. Switching on a writer
+        // that is on changes nothing, so the result also tells whether a log file is open.
+        const bool inWorkingDirectory = qelLogConfigFileWriter(true) == 0;
+        std::fprintf(stderr, "qellog: folder '%s' refused: %s; logging continues %s\n",
+                     options.folder, reason.c_str(),
+                     inWorkingDirectory ? "in the working directory" : "without a log file");
+        return 1;
+    }
+    if (options.fileWriter && qelLogConfigFileWriter(true) != 0) {
+        std::fprintf(stderr,
+                     "qellog: no log file in the working directory: %s; logging continues "
+                     "without a log file\n",
+                     describe(*ErrnoLocal()).c_str());
+        return 1;
+    }
+    return 0;
+}
+
+int run(const qellog::Options& options) {
+    if (options.hasThreshold) {
+        qelLogSetGlobalLevel(options.threshold);
+    }
+    if (options.hasMaxSize) {
+        qelLogSetMaxSize(options.maxSize);
+    }
+    if (!options.console) {
+        qelLogConfigConsoleWriter(false);
+    }
+    int status = configureFiles(options);
+
+    if (!options.words.empty()) {
+        std::string text;
+        for (std::size_t i = 0; i < options.words.size(); ++i) {
+            text += i == 0 ? "" : " ";
+            text += options.words[i];
+        }
+        const std::size_t length = text.size();
+        text.push_back('\0');  // the byte that logText borrows as a terminator
+        qellog::logText(options.module, options.level, &text[0], length);
+    } else if (const int error = qellog::logLines(STDIN_FILENO, options.module, options.level)) {
+        std::fprintf(stderr, "qellog: cannot read standard input: %s\n", std::strerror(error));
+        status = 1;
+    }
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    qellog::Options options;
+    std::string error;
+    if (!qellog::parseOptions(argc, argv, options, error)) {
+        std::fprintf(stderr, "qellog: %s\n", error.c_str());
+        return 2;
+    }
+    switch (options.action) {
+        case qellog::Options::Action::Help:
+            std::fputs(qellog::usageText(), stdout);
+            return 0;
+        case qellog::Options::Action::Version:
+            std::printf("qellog %d.%d.%d\n", QEL_VERSION_MAJOR, QEL_VERSION_MINOR,
+                        QEL_VERSION_PATCH);
+            return 0;
+        case qellog::Options::Action::Explain:
+            return explain(options.explainCode);
+        case qellog::Options::Action::Log:
+            break;
+    }
+    return run(options);
+}

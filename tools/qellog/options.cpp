@@ -1,0 +1,195 @@
+#include "options.h"
+
+#include <getopt.h>
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+
+namespace qellog {
+namespace {
+
+const char kShortOptions[] = ":m:l:t:d:fs:nx:hV";  // leading ':' reports a missing argument as ':'
+
+const option kLongOptions[] = {
+    {"module", required_argument, nullptr, 'm'},   {"level", required_argument, nullptr, 'l'},
+    {"threshold", required_argument, nullptr, 't'}, {"folder", required_argument, nullptr, 'd'},
+    {"file", no_argument, nullptr, 'f'},             {"max-size", required_argument, nullptr, 's'},
+    {"no-console", no_argument, nullptr, 'n'},       {"explain", required_argument, nullptr, 'x'},
+    {"help", no_argument, nullptr, 'h'},             {"version", no_argument, nullptr, 'V'},
+    {nullptr, 0, nullptr, 0}};
+
+std::string longName(int shortOption) {
+    for (const option* o = kLongOptions; o->name != nullptr; ++o) {
+        if (o->val == shortOption) {
+            return std::string("--") + o->name;
+        }
+    }
+    return std::string("-") + static_cast<char>(shortOption);
+}
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+int hexValue(char c) {
+    if (isDigit(c)) return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+// Reads digits of `base` up to the end of `text` into `value`. Fails on an empty text, a
+// foreign character, or a value above UINT32_MAX.
+bool parseUnsigned32(const char* text, int base, std::uint64_t& value) {
+    value = 0;
+    if (*text == '\0') return false;
+    for (; *text != '\0'; ++text) {
+        const int digit = base == 16 ? hexValue(*text) : (isDigit(*text) ? *text - '0' : -1);
+        if (digit < 0) return false;
+        value = value * base + static_cast<std::uint64_t>(digit);
+        if (value > UINT32_MAX) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool parseLevel(const char* text, QelLogLevel& level) {
+    if (text[0] == '\0' || text[1] != '\0') return false;
+    switch (text[0]) {
+        case 'V': case 'v': level = QEL_LOG_VERBOSE; return true;
+        case 'I': case 'i': level = QEL_LOG_INFO; return true;
+        case 'W': case 'w': level = QEL_LOG_WARNING; return true;
+        case 'E': case 'e': level = QEL_LOG_ERROR; return true;
+        default: return false;
+    }
+}
+
+bool parseSize(const char* text, unsigned int& size) {
+    std::string digits(text);
+    std::uint64_t unit = 1;
+    if (!digits.empty()) {
+        switch (digits.back()) {
+            case 'K': case 'k': unit = 1024; break;
+            case 'M': case 'm': unit = 1024 * 1024; break;
+            case 'G': case 'g': unit = 1024 * 1024 * 1024; break;
+            default: break;
+        }
+        if (unit != 1) digits.pop_back();
+    }
+    std::uint64_t value = 0;
+    if (!parseUnsigned32(digits.c_str(), 10, value) || value * unit > UINT_MAX) return false;
+    size = static_cast<unsigned int>(value * unit);
+    return true;
+}
+
+bool parseCode(const char* text, int& code) {
+    std::uint64_t value = 0;
+    if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        if (!parseUnsigned32(text + 2, 16, value)) return false;
+    } else if (text[0] == '-') {
+        if (!parseUnsigned32(text + 1, 10, value) || value > 0x80000000u) return false;
+        value = (~value + 1) & 0xFFFFFFFFu;  // two's complement of the magnitude
+    } else if (!parseUnsigned32(text, 10, value)) {
+        return false;
+    }
+    code = static_cast<int>(static_cast<std::uint32_t>(value));
+    return true;
+}
+
+bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
+    opterr = 0;  // our own one-line messages instead of getopt's
+    optind = 1;
+    int c;
+    while ((c = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
+        switch (c) {
+            case 'm':
+                options.module = optarg;
+                break;
+            case 'l':
+            case 't': {
+                QelLogLevel& target = c == 'l' ? options.level : options.threshold;
+                if (!parseLevel(optarg, target)) {
+                    error = "bad level '" + std::string(optarg) + "' for " + longName(c) +
+                            ": expected V, I, W or E";
+                    return false;
+                }
+                options.hasThreshold = options.hasThreshold || c == 't';
+                break;
+            }
+            case 'd':
+                options.folder = optarg;
+                break;
+            case 'f':
+                options.fileWriter = true;
+                break;
+            case 's':
+                if (!parseSize(optarg, options.maxSize)) {
+                    error = "bad size '" + std::string(optarg) +
+                            "' for --max-size: expected N, NK, NM or NG, at most 4294967295 bytes";
+                    return false;
+                }
+                options.hasMaxSize = true;
+                break;
+            case 'n':
+                options.console = false;
+                break;
+            case 'x':
+                if (!parseCode(optarg, options.explainCode)) {
+                    error = "bad error code '" + std::string(optarg) +
+                            "' for --explain: expected hexadecimal 0x8030CCII or decimal";
+                    return false;
+                }
+                options.action = Options::Action::Explain;
+                break;
+            case 'h':
+                options.action = Options::Action::Help;
+                return true;
+            case 'V':
+                options.action = Options::Action::Version;
+                return true;
+            case ':':
+                error = "option " + longName(optopt) + " needs an argument";
+                return false;
+            default:  // '?': unknown option, or an ambiguous abbreviation of a long one
+                error = "unknown option '" +
+                        (optopt != 0 ? std::string("-") + static_cast<char>(optopt)
+                                     : std::string(argv[optind - 1])) +
+                        "' (see qellog --help)";
+                return false;
+        }
+    }
+    options.words.assign(argv + optind, argv + argc);
+    if (options.action == Options::Action::Explain && !options.words.empty()) {
+        error = "--explain takes no MESSAGE";
+        return false;
+    }
+    return true;
+}
+
+const char* usageText() {
+    return "Usage: qellog [OPTION]... [MESSAGE]...\n"
+           "Log MESSAGE as one record, or without MESSAGE each line of standard input as one\n"
+           "record, on the console and, when switched on, into size-limited log files.\n"
+           "\n"
+           "  -m, --module NAME          module name that starts each line (default qellog)\n"
+           "  -l, --level V|I|W|E        level of the records (default I)\n"
+           "  -t, --threshold V|I|W|E    drop records below this level (default I)\n"
+           "  -d, --folder DIR           write log files into DIR, created when missing\n"
+           "  -f, --file                 write log files into the working directory\n"
+           "  -s, --max-size N[K|M|G]    bytes per log file, K, M, G = 1024, 1024^2, 1024^3;\n"
+           "                             0 for no limit (default 10M)\n"
+           "  -n, --no-console           do not print records on standard output\n"
+           "  -x, --explain CODE         print the message of an error code (0x8030010A or\n"
+           "                             decimal) and exit\n"
+           "  -h, --help                 print this help and exit\n"
+           "  -V, --version              print the library version and exit\n"
+           "\n"
+           "A record holds 2047 bytes of text: longer lines continue in the next records.\n"
+           "A line feed ends a line; a carriage return stays in the text; a NUL byte is\n"
+           "logged as a space. Log files are named QelLog<date-time>.log; a full file is\n"
+           "continued in a new one.\n"
+           "Exit status: 0 success, 1 runtime failure (folder refused, code without a\n"
+           "message, unreadable input), 2 usage error.\n";
+}
+
+}  // namespace qellog
