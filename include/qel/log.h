@@ -25,8 +25,16 @@
 #include <cstddef>
 #endif
 
+/* In C++ the enumerations take int as their fixed underlying type, so that every 32-bit
+ * value a caller passes (levels outside 0..3 included) is a valid value, as it is in C. */
+#ifdef __cplusplus
+#define QEL_ENUM_BASE : int
+#else
+#define QEL_ENUM_BASE
+#endif
+
 /* Severity of a record; a higher value is more severe. */
-typedef enum QelLogLevel {
+typedef enum QelLogLevel QEL_ENUM_BASE {
     QEL_LOG_VERBOSE = 0,
     QEL_LOG_INFO = 1,
     QEL_LOG_WARNING = 2,
@@ -35,7 +43,7 @@ typedef enum QelLogLevel {
 
 /* Names a component of the kit. Only qelLogSetModuleLevel takes it; nothing is stored
  * per module. */
-typedef enum QelModule {
+typedef enum QelModule QEL_ENUM_BASE {
     QEL_MODULE_SYSTEM = 0,
     QEL_MODULE_LOG = 1,
     QEL_MODULE_DEVICE = 2,
