@@ -168,8 +168,9 @@ for lang in c cpp; do
        && cmake --build "$example_build" >> "$work/cmake-$lang.log" 2>&1; then
         binary=$example_build/qel_example_$lang
         # The build tree finds the library through its RPATH: it must be the installed one.
-        if ! ldd "$binary" | grep -q "libqel.so.$major => $libdir/"; then
-            ldd "$binary"
+        libraries=$(ldd "$binary")
+        if ! grep -q "libqel.so.$major => $libdir/" <<< "$libraries"; then
+            echo "$libraries"
             fail "cmake-$lang does not load libqel from the prefix"
         fi
         run_example "cmake-$lang" "$binary" "example-$lang"
