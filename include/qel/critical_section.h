@@ -21,7 +21,7 @@ public:
     // wraps around from -2147483648 to 2147483647.
     static int atomic32Decrement(int* value);
 
-    virtual ~CriticalSectionWrapper() {}
+    virtual ~CriticalSectionWrapper();
     // Takes the lock, waiting while another thread holds it.
     virtual void enter() = 0;
     // Releases one enter() of the calling thread; a thread that does not hold the lock

@@ -14,7 +14,7 @@ public:
     // interface); never null.
     static EventWrapper* create();
 
-    virtual ~EventWrapper() {}
+    virtual ~EventWrapper();
     // Clears the signalled state. Returns 0, or -1 when the event's lock cannot be taken.
     virtual int reset() = 0;
     // Signals the event and wakes the waiters, of which one consumes it. Returns 0, or -1

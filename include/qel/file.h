@@ -25,7 +25,7 @@ public:
     static FileWrapper* create();
 
     // Closes an open file.
-    virtual ~FileWrapper() {}
+    virtual ~FileWrapper();
     // True while a file is open.
     virtual bool open() const = 0;
     // Opens `name`: for reading when `readOnly` (the file must exist), else for writing,

@@ -33,7 +33,7 @@ public:
     static long getThreadId();
 
     // Stops the thread, waiting until the current call of the run function returns.
-    virtual ~ThreadWrapper() {}
+    virtual ~ThreadWrapper();
     // Starts the thread and waits up to 2000 ms until it runs, named and with its id known.
     // Returns 0 when it runs; -3 when a thread of this object is already running or still
     // starting; -1 when the thread cannot be created; -100 when it did not report in time

@@ -62,18 +62,6 @@ int EventImpl::set() {
     return pthread_cond_broadcast(&condition) == 0 ? 0 : -1;
 }
 
-timespec EventImpl::deadlineAfter(const timeval& now, int timeoutMs) {
-    timespec deadline;
-    deadline.tv_sec = now.tv_sec + timeoutMs / 1000;
-    deadline.tv_nsec = static_cast<long>(now.tv_usec) * 1000L + (timeoutMs % 1000) * 1000000L;
-    if (deadline.tv_nsec > 999999999L) {
-        // Both terms are below one second, so one carry is always enough.
-        deadline.tv_sec += 1;
-        deadline.tv_nsec -= 1000000000L;
-    }
-    return deadline;
-}
-
 int EventImpl::wait(int timeoutMs) {
     // A negative time-out other than "no limit" would put the deadline in the past, some of
     // them with a negative nanosecond part that the timed wait rejects; such a wait only

@@ -39,7 +39,7 @@ namespace sigslot {
 // Lock policy for objects used by one thread at a time: lock() and unlock() do nothing.
 class QEL_EXPORT single_threaded {
 public:
-    virtual ~single_threaded() {}
+    virtual ~single_threaded();
     // Does nothing.
     virtual void lock() {}
     // Does nothing.
@@ -54,7 +54,7 @@ public:
     multi_threaded_local() { pthread_mutex_init(&mutex, nullptr); }
     multi_threaded_local(const multi_threaded_local&) { pthread_mutex_init(&mutex, nullptr); }
     multi_threaded_local& operator=(const multi_threaded_local&) = delete;
-    virtual ~multi_threaded_local() { pthread_mutex_destroy(&mutex); }
+    virtual ~multi_threaded_local();
     // Blocks until this thread holds the mutex. A thread that already holds it blocks
     // for ever.
     virtual void lock() { pthread_mutex_lock(&mutex); }
@@ -106,7 +106,7 @@ public:
     virtual void signal_connect(_signal_base_interface* sender) = 0;
     // Forgets `sender`; forgetting one that is not recorded changes nothing.
     virtual void signal_disconnect(_signal_base_interface* sender) = 0;
-    virtual ~has_slots_interface() {}
+    virtual ~has_slots_interface();
     // Asks every recorded signal to drop all its connections to this receiver, then
     // forgets them all.
     virtual void disconnect_all() = 0;
