@@ -38,7 +38,7 @@ private:
     // The body of the thread.
     void Run();
     // Clears the alive flag and records the stop request; the first half of stop().
-    void requestStop();
+    QEL_NO_EXPORT void requestStop();
 
     bool (*m_runFunction)(void*);
     void* m_object;
