@@ -6,10 +6,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -29,29 +27,62 @@ struct Record {
     std::string text;
 };
 
+// Reads `minDigits` to `maxDigits` decimal digits at bytes[at], moving `at` past them.
+bool readNumber(const std::string& bytes, std::size_t& at, int minDigits, int maxDigits,
+                unsigned long& value) {
+    value = 0;
+    int digits = 0;
+    while (digits < maxDigits && at < bytes.size() && bytes[at] >= '0' && bytes[at] <= '9') {
+        value = value * 10 + static_cast<unsigned long>(bytes[at++] - '0');
+        ++digits;
+    }
+    return digits >= minDigits;
+}
+
+bool readLiteral(const std::string& bytes, std::size_t& at, const std::string& literal) {
+    if (bytes.compare(at, literal.size(), literal) != 0) return false;
+    at += literal.size();
+    return true;
+}
+
+// Reads the header "[module][V1.8.63 L hh:mm:ss:ms tid]" at bytes[at], moving `at` past it.
+bool readHeader(const std::string& bytes, std::size_t& at, Record& record) {
+    const std::size_t moduleEnd = bytes.find(']', at);
+    if (bytes[at] != '[' || moduleEnd == std::string::npos) return false;
+    record.module = bytes.substr(at + 1, moduleEnd - at - 1);
+    at = moduleEnd + 1;
+    if (!readLiteral(bytes, at, "[V1.8.63 ") || at >= bytes.size()) return false;
+    record.level = bytes[at++];
+    unsigned long hours, minutes, seconds, milliseconds;
+    return std::string("VIWE").find(record.level) != std::string::npos &&
+           readLiteral(bytes, at, " ") && readNumber(bytes, at, 2, 2, hours) && hours < 24 &&
+           readLiteral(bytes, at, ":") && readNumber(bytes, at, 2, 2, minutes) && minutes < 60 &&
+           readLiteral(bytes, at, ":") && readNumber(bytes, at, 2, 2, seconds) && seconds < 61 &&
+           readLiteral(bytes, at, ":") && readNumber(bytes, at, 1, 3, milliseconds) &&
+           readLiteral(bytes, at, " ") && readNumber(bytes, at, 1, 10, record.threadId) &&
+           readLiteral(bytes, at, "]");
+}
+
 // Splits log bytes (console or file) into records of the form
 // "[module][V1.8.63 L hh:mm:ss:ms tid]text\n\n". Fails the test at the first byte that does not
 // belong to such a record. The texts must not hold a line feed.
 std::vector<Record> parseRecords(const std::string& bytes) {
-    static const std::regex header(
-        R"(\[([^\]\n]*)\]\[V1\.8\.63 ([VIWE]) ([01]\d|2[0-3]):[0-5]\d:[0-5]\d:(0|[1-9]\d{0,2}) (\d+)\])");
     std::vector<Record> records;
     std::size_t pos = 0;
     while (pos < bytes.size()) {
-        std::smatch match;
-        const std::string head = bytes.substr(pos, 300);
-        if (!std::regex_search(head, match, header, std::regex_constants::match_continuous)) {
-            ADD_FAILURE() << "no record header at byte " << pos << ": " << head.substr(0, 80);
+        Record record;
+        std::size_t textBegin = pos;
+        if (!readHeader(bytes, textBegin, record)) {
+            ADD_FAILURE() << "no record header at byte " << pos << ": " << bytes.substr(pos, 80);
             break;
         }
-        const std::size_t textBegin = pos + match.length(0);
         const std::size_t textEnd = bytes.find("\n\n", textBegin);
         if (textEnd == std::string::npos || bytes.find('\n', textBegin) != textEnd) {
             ADD_FAILURE() << "record at byte " << pos << " does not end in an empty line";
             break;
         }
-        records.push_back({match[1], match[2].str()[0], std::stoul(match[5]),
-                           bytes.substr(textBegin, textEnd - textBegin)});
+        record.text = bytes.substr(textBegin, textEnd - textBegin);
+        records.push_back(record);
         pos = textEnd + 2;
     }
     return records;
@@ -83,20 +114,22 @@ std::string readFile(const fs::path& path) {
     return content.str();
 }
 
-// The log files in `folder`, oldest first. Names are QelLog<yyyy-mm-dd-hh-mm-ss-ms>.log, with
-// unpadded milliseconds and, for a name taken earlier in the same millisecond, a suffix before
-// ".log"; so they are ordered by the numbers of the time, then by the shorter name.
+// The log files in `folder`, oldest first. Names are QelLog<yyyy-mm-dd-hh-mm-ss-ms>.log with
+// unpadded milliseconds, never reused within a millisecond, so the numbers of the time order
+// them.
 std::vector<fs::path> logFiles(const fs::path& folder) {
-    static const std::regex name(R"(QelLog(\d+)-(\d+)-(\d+)-(\d+)-(\d+)-(\d+)-(\d+)(.*)\.log)");
-    using Key = std::tuple<std::vector<long>, std::size_t, std::string>;
-    std::vector<std::pair<Key, fs::path>> found;
+    std::vector<std::pair<std::vector<unsigned long>, fs::path>> found;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-        const std::string file = entry.path().filename().string();
-        std::smatch match;
-        if (!std::regex_match(file, match, name)) continue;
-        std::vector<long> time;
-        for (int i = 1; i <= 7; ++i) time.push_back(std::stol(match[i]));
-        found.push_back({Key(time, file.size(), file), entry.path()});
+        const std::string name = entry.path().filename().string();
+        std::vector<unsigned long> time(7);
+        std::size_t at = 0;
+        bool ok = readLiteral(name, at, "QelLog");
+        for (std::size_t i = 0; ok && i < time.size(); ++i) {
+            ok = (i == 0 || readLiteral(name, at, "-")) && readNumber(name, at, 1, 4, time[i]);
+        }
+        if (ok && readLiteral(name, at, ".log") && at == name.size()) {
+            found.push_back({time, entry.path()});
+        }
     }
     std::sort(found.begin(), found.end());
     std::vector<fs::path> files;
