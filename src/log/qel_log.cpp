@@ -1,5 +1,7 @@
 #include "log/qel_log.h"
 
+#include <pthread.h>
+
 namespace qel {
 
 namespace {
@@ -8,6 +10,30 @@ namespace {
 // from later exit-time code find it gone instead of using freed writers.
 std::atomic<bool> g_shutDown{false};
 std::atomic<int> g_levelAtShutDown{QEL_LOG_INFO};
+
+// The manager while it lives, for the fork handlers, which cannot be unregistered.
+std::atomic<QelLog*> g_liveInstance{nullptr};
+
+// A child made by fork gets a copy of the memory but only the thread that forked. A lock
+// that another thread held at that moment would stay locked in the child for good, so the
+// signal lock is taken before the fork and released on both sides afterwards.
+void prepareFork() {
+    if (QelLog* log = g_liveInstance.load(std::memory_order_acquire)) {
+        log->lockForFork();
+    }
+}
+
+void afterForkInParent() {
+    if (QelLog* log = g_liveInstance.load(std::memory_order_acquire)) {
+        log->unlockAfterFork(false);
+    }
+}
+
+void afterForkInChild() {
+    if (QelLog* log = g_liveInstance.load(std::memory_order_acquire)) {
+        log->unlockAfterFork(true);
+    }
+}
 
 }  // namespace
 
@@ -28,9 +54,32 @@ QelLog::QelLog() : m_globalLevel(QEL_LOG_INFO) {
     sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&m_logSignal);
     m_logSignal.connect_while_locked(&m_consoleStream, &QelLogConsoleStream::writeFormatLog);
     m_consoleStream.m_isOpen = true;  // the console writer is on from the start
+    // Registered once per process; the handlers find the manager through g_liveInstance.
+    static const bool forkHandlersInstalled =
+        pthread_atfork(&prepareFork, &afterForkInParent, &afterForkInChild) == 0;
+    (void)forkHandlersInstalled;
+    g_liveInstance.store(this, std::memory_order_release);
+}
+
+// Every holder of a writer's lock holds the signal lock as well (a dispatch, a writer's
+// open and close, the size limit and the folder), so with the signal lock taken before the
+// fork no other thread is inside a writer. The writers' own locks are recursive and remember
+// their owner's kernel thread id, which the child's thread no longer has: they are left
+// free across the fork rather than held, since the child could not release them.
+void QelLog::lockForFork() {
+    m_logSignal.lock();
+    m_fileStream.prepareFork();
+}
+
+void QelLog::unlockAfterFork(bool inChild) {
+    if (inChild) {
+        m_fileStream.continueInChild();
+    }
+    m_logSignal.unlock();
 }
 
 QelLog::~QelLog() {
+    g_liveInstance.store(nullptr, std::memory_order_release);
     g_levelAtShutDown.store(m_globalLevel.load(std::memory_order_relaxed));
     g_shutDown.store(true, std::memory_order_release);
     m_consoleStream.closeLog();

@@ -49,6 +49,11 @@ public:
         m_globalLevel.store(static_cast<int>(level), std::memory_order_relaxed);
     }
 
+    // The fork handlers: hold the signal lock across a fork, so that no other thread is
+    // inside a writer at that moment, and release it in the parent and in the child.
+    QEL_NO_EXPORT void lockForFork();
+    QEL_NO_EXPORT void unlockAfterFork(bool inChild);
+
     LogSignal& logSignal() { return m_logSignal; }
     QelLogFileStream& fileStream() { return m_fileStream; }
     QelLogConsoleStream& consoleStream() { return m_consoleStream; }

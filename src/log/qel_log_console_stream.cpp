@@ -16,7 +16,9 @@ QelLogConsoleStream::~QelLogConsoleStream() = default;
 void QelLogConsoleStream::writeFormatLog(const LogMessage& msg) {
     ScopedCriticalSection lock(*m_critSect);
     formatLog(msg, m_line);
-    fputs(m_line.c_str(), stdout);
+    // The line holds no zero byte, so writing its length prints what "%s" would, without
+    // measuring it again.
+    fwrite(m_line.data(), 1, m_line.size(), stdout);
     fflush(nullptr);
 }
 

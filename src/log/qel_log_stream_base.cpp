@@ -20,6 +20,76 @@ const char* levelLetter(QelLogLevel level) {
     return index >= 0 && index < 4 ? LEVELSTRING[index] : "?";
 }
 
+#define QEL_TEXT_OF(value) #value
+#define QEL_TEXT(value) QEL_TEXT_OF(value)
+// What the header carries between the module and the level letter.
+constexpr char kVersionText[] = "][V" QEL_TEXT(QEL_VERSION_MAJOR) "." QEL_TEXT(
+    QEL_VERSION_MINOR) "." QEL_TEXT(QEL_VERSION_PATCH) " ";
+#undef QEL_TEXT
+#undef QEL_TEXT_OF
+
+// Copies a record field up to its terminating zero byte, or its whole size, to `out`.
+template <size_t N>
+char* appendField(char* out, const char (&field)[N]) {
+    const size_t length = strnlen(field, N);
+    memcpy(out, field, length);
+    return out + length;
+}
+
+// Writes `value` in decimal, without sign or padding, to `out`.
+char* appendDecimal(char* out, unsigned int value) {
+    char digits[10];
+    size_t count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    while (count > 0) {
+        *out++ = digits[--count];
+    }
+    return out;
+}
+
+// Letters longer than this (LEVELSTRING is writable) take the general path of the header.
+constexpr size_t kLongestQuickLetter = 64;
+
+// The header "[%s][V%d.%d.%d %s %s %u]" of `msg` in `header`, cut at 1023 characters and
+// terminated; returns its length. It is put together piece by piece: the same characters,
+// without a format to parse. Each field is bounded by its size in the record, so with a
+// letter of ordinary length the header stays far below its limit.
+size_t formatHeader(const LogMessage& msg, char (&header)[1024]) {
+    const char* letter = levelLetter(msg.level);
+    const size_t letterLength = letter != nullptr ? strnlen(letter, kLongestQuickLetter + 1) : 0;
+    if (letter == nullptr || letterLength > kLongestQuickLetter) {
+        const int length = snprintf(header, sizeof(header), "[%.*s][V%d.%d.%d %s %.*s %u]",
+                                    static_cast<int>(strnlen(msg.module, sizeof(msg.module))),
+                                    msg.module, QEL_VERSION_MAJOR, QEL_VERSION_MINOR,
+                                    QEL_VERSION_PATCH, letter,
+                                    static_cast<int>(strnlen(msg.timeText, sizeof(msg.timeText))),
+                                    msg.timeText, msg.threadId);
+        if (length < 0) {
+            header[0] = '\0';
+            return 0;
+        }
+        return static_cast<size_t>(length) < sizeof(header) ? static_cast<size_t>(length)
+                                                            : sizeof(header) - 1;
+    }
+    char* out = header;
+    *out++ = '[';
+    out = appendField(out, msg.module);
+    memcpy(out, kVersionText, sizeof(kVersionText) - 1);
+    out += sizeof(kVersionText) - 1;
+    memcpy(out, letter, letterLength);
+    out += letterLength;
+    *out++ = ' ';
+    out = appendField(out, msg.timeText);
+    *out++ = ' ';
+    out = appendDecimal(out, msg.threadId);
+    *out++ = ']';
+    *out = '\0';
+    return static_cast<size_t>(out - header);
+}
+
 }  // namespace
 
 QelLogStreamBase::QelLogStreamBase() : m_isOpen(false), m_critSect(CriticalSectionWrapper::create()) {}
@@ -31,15 +101,8 @@ QelLogStreamBase::~QelLogStreamBase() {
 
 void QelLogStreamBase::formatLog(const LogMessage& msg, std::string& line) {
     char header[1024];
-    int length = snprintf(header, sizeof(header), "[%s][V%d.%d.%d %s %s %u]", msg.module,
-                          QEL_VERSION_MAJOR, QEL_VERSION_MINOR, QEL_VERSION_PATCH,
-                          levelLetter(msg.level), msg.timeText, msg.threadId);
-    if (length < 0) {
-        length = 0;
-    } else if (length >= static_cast<int>(sizeof(header))) {
-        length = sizeof(header) - 1;
-    }
-    line.assign(header, static_cast<size_t>(length));
+    const size_t headerLength = formatHeader(msg, header);
+    line.assign(header, headerLength);
     line.append(msg.text, strnlen(msg.text, sizeof(msg.text)));
     line.append("\n\n", 2);
 }

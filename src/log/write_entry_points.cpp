@@ -1,31 +1,48 @@
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 #include <qel/error.h>
 #include <qel/log.h>
 #include <qel/thread.h>
-#include <qel/timeutils.h>
 
 #include "log/qel_log.h"
+#include "platform/time_text.h"
 
 namespace {
 
-// Copies `source` into a record field by bounded formatting: cut at the field size less one,
-// always terminated; NULL gives an empty field.
+// Copies `source` into a zero-filled record field, cut at the field size less one so that
+// the field stays terminated, as bounded formatting with "%s" would; NULL leaves the field
+// empty. The source is scanned once, and never further than the field can hold.
 template <size_t N>
 void copyField(char (&field)[N], const char* source) {
     if (source != nullptr) {
-        snprintf(field, N, "%s", source);
+        memcpy(field, source, strnlen(source, N - 1));
     }
 }
 
-// The time of day of the local timestamp: the text after its last '-', or all of it.
+// The time of day of the local timestamp: the text after the last '-' of localTimeFormat(),
+// made straight into the record, without the date and without a string on the heap.
 void stampTime(LogMessage& msg) {
-    const std::string timestamp = qel::localTimeFormat();
-    const size_t dash = timestamp.rfind('-');
-    const char* timeOfDay = timestamp.c_str() + (dash == std::string::npos ? 0 : dash + 1);
-    copyField(msg.timeText, timeOfDay);
+    static_assert(sizeof(msg.timeText) >= qel::kTimeOfDaySize, "the time of day must fit");
+    qel::formatTimeOfDay(msg.timeText);
+}
+
+// Fills the record on this stack frame and hands it to the manager. Kept out of line, so
+// that a dropped record does not pay for setting up this frame.
+__attribute__((noinline)) int stampAndDispatch(qel::QelLog& log, const char* module,
+                                               QelLogLevel level, const char* file, int line,
+                                               const char* function, const char* text) {
+    LogMessage msg;
+    memset(&msg, 0, sizeof(msg));
+    copyField(msg.module, module);
+    msg.level = level;
+    copyField(msg.file, file);
+    copyField(msg.function, function);
+    copyField(msg.text, text);
+    msg.line = line;
+    stampTime(msg);
+    msg.threadId = static_cast<unsigned int>(qel::ThreadWrapper::getThreadId());
+    return log.writeFormatLog(msg);
 }
 
 int writeRecord(const char* module, QelLogLevel level, const char* file, int line,
@@ -39,17 +56,7 @@ int writeRecord(const char* module, QelLogLevel level, const char* file, int lin
     if (static_cast<int>(level) < static_cast<int>(log.globalLevel())) {
         return 0;
     }
-    LogMessage msg;
-    memset(&msg, 0, sizeof(msg));
-    copyField(msg.module, module);
-    msg.level = level;
-    copyField(msg.file, file);
-    copyField(msg.function, function);
-    copyField(msg.text, text);
-    msg.line = line;
-    stampTime(msg);
-    msg.threadId = static_cast<unsigned int>(qel::ThreadWrapper::getThreadId());
-    return log.writeFormatLog(msg);
+    return stampAndDispatch(log, module, level, file, line, function, text);
 }
 
 }  // namespace

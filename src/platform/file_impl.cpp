@@ -1,8 +1,12 @@
 #include "platform/file_impl.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <stdarg.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 
@@ -23,6 +27,7 @@ FileImpl::FileImpl()
       m_writePos(0),
       m_maxFileSize(-1),
       m_bytesWritten(0),
+      m_writeFailed(false),
       m_critSect(CriticalSectionWrapper::create()) {}
 
 FileImpl::~FileImpl() {
@@ -82,7 +87,10 @@ int FileImpl::flush() {
     if (!m_opened) {
         return -3;
     }
-    fflush(m_stream);
+    if (fflush(m_stream) != 0) {
+        m_writeFailed = true;
+        clearerr(m_stream);
+    }
     return 0;
 }
 
@@ -186,11 +194,74 @@ const char* FileImpl::getFileName() {
     return m_fileName.c_str();
 }
 
+int FileImpl::createNewFile(const char* name) {
+    if (name == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    if (m_opened) {
+        errno = EBUSY;
+        return -1;
+    }
+    m_fileName = name;
+    m_loop = false;
+    m_mode = "wb";
+    // O_EXCL makes the creation fail on any existing name, a symbolic link included, so a
+    // file or link planted at the name in a shared folder is never followed or emptied.
+    int descriptor = ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (descriptor < 0) {
+        return -1;
+    }
+    if (descriptor <= STDERR_FILENO) {
+        const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        const int error = errno;
+        ::close(descriptor);
+        if (moved < 0) {
+            errno = error;
+            return -1;
+        }
+        descriptor = moved;
+    }
+    FILE* stream = fdopen(descriptor, "wb");
+    if (stream == nullptr) {
+        const int error = errno;
+        ::close(descriptor);  // the empty file stays; its name is simply not used again
+        errno = error;
+        return -1;
+    }
+    m_stream = stream;
+    m_opened = true;
+    m_sizeAtOpen = 0;
+    return 0;
+}
+
+bool FileImpl::takeWriteError() {
+    ScopedCriticalSection lock(*m_critSect);
+    const bool failed = m_writeFailed;
+    m_writeFailed = false;
+    return failed;
+}
+
+int64_t FileImpl::sizeOnDisk() const {
+    if (!m_opened) {
+        return -1;
+    }
+    struct stat status;
+    if (fstat(fileno(m_stream), &status) != 0) {
+        return -1;
+    }
+    return static_cast<int64_t>(status.st_size);
+}
+
 int FileImpl::writeAt(int64_t offset, const void* buffer, int count) {
     fseeko64(m_stream, offset, SEEK_SET);
     const size_t written = fwrite(buffer, 1, static_cast<size_t>(count), m_stream);
-    // A failed write (say, on a read-only stream) must not stick to the stream.
-    clearerr(m_stream);
+    // A failed write (say, on a read-only stream) must not stick to the stream; it is noted
+    // for takeWriteError().
+    if (ferror(m_stream)) {
+        m_writeFailed = true;
+        clearerr(m_stream);
+    }
     return static_cast<int>(written);
 }
 

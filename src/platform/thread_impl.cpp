@@ -14,6 +14,22 @@ namespace {
 // How long start() waits for the new thread to report that it runs.
 constexpr int kStartTimeoutMs = 2000;
 
+// The calling thread's kernel id after its first lookup, 0 before: every log record asks for
+// it, and a system call per record is what this saves. A child made by fork starts as a copy
+// of the thread that forked, cache included; the fork handler clears the copy there.
+thread_local long t_threadId = 0;
+
+void forgetThreadId() {
+    t_threadId = 0;
+}
+
+// Registered once, before any thread keeps its id. Without the handler a child could carry
+// its parent's id, so the id is then looked up on every call.
+bool forkHandlerInstalled() {
+    static const bool installed = pthread_atfork(nullptr, nullptr, &forgetThreadId) == 0;
+    return installed;
+}
+
 }  // namespace
 
 ThreadWrapper* ThreadWrapper::createThread(bool (*runFunction)(void*), void* object,
@@ -22,7 +38,14 @@ ThreadWrapper* ThreadWrapper::createThread(bool (*runFunction)(void*), void* obj
 }
 
 long ThreadWrapper::getThreadId() {
-    return syscall(SYS_gettid);
+    if (t_threadId != 0) {
+        return t_threadId;
+    }
+    const long id = syscall(SYS_gettid);
+    if (forkHandlerInstalled()) {
+        t_threadId = id;
+    }
+    return id;
 }
 
 int convertPriority(ThreadPriority priority, int minimum, int maximum) {

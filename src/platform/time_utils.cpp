@@ -6,9 +6,66 @@
 #include <sys/time.h>
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
+#include "platform/time_text.h"
+
 namespace qel {
+
+namespace {
+
+// The local broken-down time of one wall-clock second, kept per thread, so that the records
+// a thread writes within one second convert the clock once. It remembers the time zone that
+// the conversion found (the values tzset() leaves), so that a change of zone shows at once.
+struct LocalSecond {
+    bool valid;
+    time_t second;
+    long zoneOffset;
+    int zoneDaylight;
+    const char* zoneNames[2];
+    struct tm fields;
+    char clockText[9];  // "hh:mm:ss:" of `fields`
+};
+
+// Zero-initialised and trivially destructible: a thread pays nothing to set it up.
+thread_local LocalSecond t_localSecond;
+
+bool sameZone(const LocalSecond& cached) {
+    return cached.zoneOffset == ::timezone && cached.zoneDaylight == ::daylight &&
+           cached.zoneNames[0] == ::tzname[0] && cached.zoneNames[1] == ::tzname[1];
+}
+
+char* putTwoDigits(char* out, int value) {
+    out[0] = static_cast<char>('0' + value / 10 % 10);
+    out[1] = static_cast<char>('0' + value % 10);
+    return out + 2;
+}
+
+// The calling thread's cache, holding the local time of `seconds`. Each thread converts
+// into its own fields, so concurrent callers never mix the fields of two instants.
+const LocalSecond& localSecond(time_t seconds) {
+    LocalSecond& cached = t_localSecond;
+    if (!cached.valid || cached.second != seconds || !sameZone(cached)) {
+        ::localtime_r(&seconds, &cached.fields);
+        // The conversion sets up the zone on its first use, so its values are read after it.
+        cached.zoneOffset = ::timezone;
+        cached.zoneDaylight = ::daylight;
+        cached.zoneNames[0] = ::tzname[0];
+        cached.zoneNames[1] = ::tzname[1];
+        cached.second = seconds;
+        char* out = putTwoDigits(cached.clockText, cached.fields.tm_hour);
+        *out++ = ':';
+        out = putTwoDigits(out, cached.fields.tm_min);
+        *out++ = ':';
+        out = putTwoDigits(out, cached.fields.tm_sec);
+        *out = ':';
+        cached.valid = true;
+    }
+    return cached;
+}
+
+}  // namespace
 
 uint64_t timeNanos() {
     struct timespec now = {};
@@ -37,17 +94,31 @@ void sleepMs(int ms) {
     ::nanosleep(&interval, nullptr);
 }
 
+size_t formatTimeOfDay(char* buffer) {
+    struct timeval now = {};
+    ::gettimeofday(&now, nullptr);
+    const LocalSecond& local = localSecond(now.tv_sec);
+    memcpy(buffer, local.clockText, sizeof(local.clockText));
+    char* out = buffer + sizeof(local.clockText);
+    const int millis = static_cast<int>(now.tv_usec / 1000);
+    if (millis >= 100) {
+        *out++ = static_cast<char>('0' + millis / 100);
+    }
+    if (millis >= 10) {
+        *out++ = static_cast<char>('0' + millis / 10 % 10);
+    }
+    *out++ = static_cast<char>('0' + millis % 10);
+    *out = '\0';
+    return static_cast<size_t>(out - buffer);
+}
+
 std::string localTimeFormat() {
     struct timeval now = {};
     ::gettimeofday(&now, nullptr);
-    // Each call converts into its own struct, so that concurrent callers never mix the
-    // fields of two instants.
-    struct tm local = {};
-    const time_t seconds = now.tv_sec;
-    ::localtime_r(&seconds, &local);
+    const struct tm& local = localSecond(now.tv_sec).fields;
 
-    // Every log write comes here: the text is formatted once and its length taken from
-    // snprintf, with no clearing of the buffer and no second pass over it.
+    // The text is formatted once and its length taken from snprintf, with no clearing of
+    // the buffer and no second pass over it.
     char buffer[1024];
     const int length = std::snprintf(buffer, sizeof(buffer), "%04d-%02d-%02d-%02d:%02d:%02d:%d",
                                      local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,

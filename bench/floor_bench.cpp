@@ -1,0 +1,73 @@
+// What a record cannot cost less than: the system calls and the formatting that any logger
+// of this kind makes per record, on the same 100-byte line.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "bench_support.h"
+
+namespace bench {
+namespace {
+
+int g_fd = -1;
+FILE* g_stream = nullptr;
+std::string g_path;
+
+// One write(2) of the line per record.
+void writeCall(benchmark::State& state) {
+    runCase(
+        state,
+        [](const std::string& folder) {
+            g_fd = open((folder + "/floor.log").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        },
+        [] { benchmark::DoNotOptimize(write(g_fd, kFloorLine, sizeof(kFloorLine) - 1)); },
+        [] {
+            close(g_fd);
+            g_fd = -1;
+        });
+}
+
+// The existence test of the file writer and a buffered write, per record.
+void accessAndFwrite(benchmark::State& state) {
+    runCase(
+        state,
+        [](const std::string& folder) {
+            g_path = folder + "/floor.log";
+            g_stream = fopen(g_path.c_str(), "wb");
+        },
+        [] {
+            benchmark::DoNotOptimize(access(g_path.c_str(), F_OK));
+            benchmark::DoNotOptimize(fwrite(kFloorLine, 1, sizeof(kFloorLine) - 1, g_stream));
+        },
+        [] {
+            fclose(g_stream);
+            g_stream = nullptr;
+        });
+}
+
+// Formatting a line like the library's header and text into a stack buffer.
+void headerSnprintf(benchmark::State& state) {
+    runCase(
+        state, [](const std::string&) {},
+        [] {
+            char line[1024];
+            benchmark::DoNotOptimize(snprintf(line, sizeof(line), "[%s][V%d.%d.%d %s %s %u]%s\n\n",
+                                              kModule, 1, 8, 63, "I", "12:34:56:789", 4242u,
+                                              kText));
+            benchmark::ClobberMemory();
+        },
+        [] {});
+}
+
+}  // namespace
+
+void registerFloorCases() {
+    registerCase("floor/write", writeCall);
+    registerCase("floor/access_fwrite", accessAndFwrite);
+    registerCase("floor/snprintf", headerSnprintf);
+}
+
+}  // namespace bench

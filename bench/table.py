@@ -1,0 +1,106 @@
+"""Prints the comparison table of one benchmark run (the JSON output of qel_bench)."""
+
+import json
+import sys
+
+CASES = ["dropped", "console", "file", "both"]
+PEERS = ["spdlog", "glog", "log4cplus"]
+FLOORS = [("write", "write(2)"), ("access_fwrite", "access+fwrite"), ("snprintf", "snprintf")]
+
+
+def load(path):
+    with open(path) as f:
+        data = json.load(f)
+    runs = {}
+    for b in data["benchmarks"]:
+        if b.get("run_type", "iteration") != "iteration":
+            continue
+        parts = b["name"].split("/")
+        runs[(parts[0], parts[1], int(b["threads"]))] = b
+    return data.get("context", {}), runs
+
+
+def rate(runs, case, impl, threads):
+    b = runs.get((case, impl, threads))
+    return b["items_per_second"] if b else None
+
+
+def human(value):
+    if value is None:
+        return "-"
+    for unit, scale in (("G", 1e9), ("M", 1e6), ("k", 1e3)):
+        if value >= scale:
+            return "%.3g%s" % (value / scale, unit)
+    return "%.3g" % value
+
+
+def ratio(ours, other):
+    return "%.2fx" % (ours / other) if ours and other else "-"
+
+
+def main():
+    context, runs = load(sys.argv[1])
+    header = ["case", "thr", "qel rec/s", "allocs/rec", "4T/1T"]
+    header += ["%s rec/s (qel/it)" % p for p in PEERS]
+    header += ["qel/%s floor" % label for _, label in FLOORS]
+    rows = []
+    for case in CASES:
+        for threads in (1, 4):
+            ours = rate(runs, case, "qel", threads)
+            allocs = runs.get((case, "qel", threads), {}).get("allocs_per_rec")
+            scaling = "-"
+            if threads == 4:
+                scaling = ratio(ours, rate(runs, case, "qel", 1))
+            row = [case, str(threads), human(ours),
+                   "-" if allocs is None else "%.4g" % allocs, scaling]
+            for peer in PEERS:
+                other = rate(runs, case, peer, threads)
+                row.append("-" if other is None else "%s (%s)" % (human(other), ratio(ours, other)))
+            for floor, _ in FLOORS:
+                row.append(ratio(ours, rate(runs, "floor", floor, threads)))
+            rows.append(row)
+    for floor, label in FLOORS:
+        for threads in (1, 4):
+            row = ["floor " + label, str(threads), human(rate(runs, "floor", floor, threads)),
+                   "-", "-"]
+            rows.append(row + ["-"] * (len(header) - len(row)))
+
+    print("| " + " | ".join(header) + " |")
+    print("|" + "|".join("---" for _ in header) + "|")
+    for row in rows:
+        print("| " + " | ".join(row) + " |")
+
+    def r(case, impl, threads, other_case, other, other_threads):
+        ours = rate(runs, case, impl, threads)
+        theirs = rate(runs, other_case, other, other_threads)
+        return ours / theirs if ours and theirs else None
+
+    targets = []
+    for t in (1, 4):
+        targets.append(("dropped record <= 2x the time of spdlog's, %dT" % t,
+                        r("dropped", "qel", t, "dropped", "spdlog", t), 0.5))
+        targets.append(("console >= 1.0x spdlog stdout_sink_mt, %dT" % t,
+                        r("console", "qel", t, "console", "spdlog", t), 1.0))
+        targets.append(("file >= 1.0x log4cplus RollingFileAppender, %dT" % t,
+                        r("file", "qel", t, "file", "log4cplus", t), 1.0))
+        targets.append(("file >= 0.8x access+fwrite floor, %dT" % t,
+                        r("file", "qel", t, "floor", "access_fwrite", t), 0.8))
+    for case in CASES[1:]:
+        targets.append(("%s: 4 threads >= 0.7x 1 thread" % case,
+                        r(case, "qel", 4, case, "qel", 1), 0.7))
+    print()
+    print("| target | ratio | met |")
+    print("|---|---|---|")
+    for name, value, bound in targets:
+        shown = "-" if value is None else "%.2f" % value
+        met = "-" if value is None else ("yes" if value >= bound else "no")
+        print("| %s | %s | %s |" % (name, shown, met))
+    worst = max((runs[k].get("allocs_per_rec", 0) for k in runs if k[1] == "qel" and k[0] != "dropped"),
+                default=None)
+    print("| heap allocations per written record = 0 | %s | %s |" % (
+        "-" if worst is None else "%.4g" % worst,
+        "-" if worst is None else ("yes" if worst == 0 else "amortised rotation only" if worst < 0.01 else "no")))
+
+
+if __name__ == "__main__":
+    main()
