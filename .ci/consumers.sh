@@ -97,9 +97,9 @@ stray=$(find "$prefix" \( -iname '*test*' -o -iname '*gtest*' -o -iname '*gmock*
 section "Checking the package version rules"
 cat > "$work/version-check.cmake" <<'EOF'
 # Asks the installed version file whether it satisfies find_package(qel REQUEST).
-string(REPLACE "." ";" parts "${PACKAGE_FIND_VERSION}")
-list(GET parts 0 PACKAGE_FIND_VERSION_MAJOR)
-list(GET parts 1 PACKAGE_FIND_VERSION_MINOR)
+string(REPLACE "." ";" fields "${PACKAGE_FIND_VERSION}")
+list(GET fields 0 PACKAGE_FIND_VERSION_MAJOR)
+list(GET fields 1 PACKAGE_FIND_VERSION_MINOR)
 set(CMAKE_SIZEOF_VOID_P 8)
 include("${VERSION_FILE}")
 if(PACKAGE_VERSION_COMPATIBLE)

@@ -69,10 +69,41 @@ TEST(LineFormatTest, ReplacesWhateverTheStringHeld) {
     EXPECT_EQ("[a][V1.8.63 I t 7]b\n\n", format(msg, std::string()));
 }
 
-TEST(LineFormatTest, LongestFieldsFitWhole) {
-    const std::string module(127, 'm');
-    const std::string text(2047, 't');
-    const std::string line = format(record(module.c_str(), 1, "10:00:00:0", 4000000000u,
-                                           text.c_str()));
-    EXPECT_EQ("[" + module + "][V1.8.63 I 10:00:00:0 4000000000]" + text + "\n\n", line);
+namespace {
+
+std::string byFormat(const LogMessage& msg, const char* letter) {
+    char header[1024];
+    snprintf(header, sizeof(header), "[%s][V%d.%d.%d %s %s %u]", msg.module, 1, 8, 63, letter,
+             msg.timeText, msg.threadId);
+    return std::string(header) + msg.text + "\n\n";
+}
+
+}  // namespace
+
+// The header is put together by hand rather than by a format: it must give exactly what the
+// format gives, for every field at its limits.
+TEST(LineFormatTest, MatchesTheFormatAtTheFieldLimits) {
+    const std::string longest(127, 'm');
+    for (unsigned int threadId : {0u, 9u, 10u, 99u, 100u, 4294967295u, 1000000000u}) {
+        for (int level = 0; level < 4; ++level) {
+            const LogMessage msg = record(longest.c_str(), level, "23:59:60:999", threadId, "x");
+            ASSERT_EQ(byFormat(msg, LEVELSTRING[level]), format(msg));
+        }
+    }
+    const std::string longTime(127, 't');
+    const LogMessage full = record(longest.c_str(), 1, longTime.c_str(), 12345, "x");
+    EXPECT_EQ(byFormat(full, "I"), format(full));
+}
+
+// LEVELSTRING is writable: a caller's long letter must be cut with the header at 1023
+// characters, never overrun the header buffer, and a null letter prints as the format does.
+TEST(LineFormatTest, ReplacedLevelLettersAreBoundedLikeTheFormat) {
+    const char* saved = LEVELSTRING[2];
+    const std::string hugeLetter(2000, 'L');
+    LEVELSTRING[2] = hugeLetter.c_str();
+    const LogMessage msg = record("mod", 2, "01:02:03:4", 77, "text");
+    EXPECT_EQ(byFormat(msg, hugeLetter.c_str()).substr(0, 1023) + "text\n\n", format(msg));
+    LEVELSTRING[2] = nullptr;
+    EXPECT_EQ("[mod][V1.8.63 (null) 01:02:03:4 77]text\n\n", format(msg));
+    LEVELSTRING[2] = saved;
 }
