@@ -28,6 +28,7 @@ FileImpl::FileImpl()
       m_maxFileSize(-1),
       m_bytesWritten(0),
       m_writeFailed(false),
+      m_streamPos(-1),
       m_critSect(CriticalSectionWrapper::create()) {}
 
 FileImpl::~FileImpl() {
@@ -58,6 +59,7 @@ int FileImpl::openFile(const char* name, bool readOnly, bool loop, bool textMode
     }
     m_stream = stream;
     m_opened = true;
+    m_streamPos = -1;
     // A write open has just emptied the file, so only a read open finds a size here.
     m_sizeAtOpen = fseeko64(m_stream, 0, SEEK_END) == 0 ? streamOffset(0) : 0;
     return 0;
@@ -109,6 +111,7 @@ int64_t FileImpl::fileSize() {
     if (!m_opened) {
         return -1;
     }
+    m_streamPos = -1;
     if (fseeko64(m_stream, 0, SEEK_END) != 0) {
         return 0;
     }
@@ -119,6 +122,7 @@ int64_t FileImpl::writeText(const char* format, ...) {
     if (!m_opened || format == nullptr) {
         return -1;
     }
+    m_streamPos = -1;
     fseeko64(m_stream, m_writePos, SEEK_SET);
     va_list arguments;
     va_start(arguments, format);
@@ -136,6 +140,7 @@ int FileImpl::read(void* buffer, int count) {
     if (m_loop && m_readPos == m_sizeAtOpen) {
         m_readPos = 0;
     }
+    m_streamPos = -1;
     fseeko64(m_stream, m_readPos, SEEK_SET);
     const size_t got = fread(buffer, 1, static_cast<size_t>(count), m_stream);
     // A failed read (say, on a write-only stream) must not stick to the stream.
@@ -161,7 +166,7 @@ int FileImpl::write(const void* buffer, int count) {
         }
     }
     const int written = writeAt(m_writePos, buffer, allowed);
-    m_writePos = streamOffset(m_writePos + written);
+    m_writePos = m_streamPos >= 0 ? m_streamPos : streamOffset(m_writePos + written);
     if (m_maxFileSize != -1) {
         m_bytesWritten += written;
     }
@@ -175,7 +180,7 @@ int FileImpl::writetohead(const void* buffer, int count) {
     ScopedCriticalSection lock(*m_critSect);
     const int written = writeAt(0, buffer, count);
     if (m_writePos > count) {
-        fseeko64(m_stream, m_writePos, SEEK_SET);
+        m_streamPos = fseeko64(m_stream, m_writePos, SEEK_SET) == 0 ? m_writePos : -1;
     } else {
         m_writePos = count;  // the requested count, whatever reached the file
     }
@@ -187,6 +192,7 @@ int FileImpl::rewind() {
         return -6;
     }
     m_readPos = 0;
+    m_streamPos = -1;
     return fseeko64(m_stream, 0, SEEK_SET) == 0 ? 0 : -1;
 }
 
@@ -231,6 +237,7 @@ int FileImpl::createNewFile(const char* name) {
     }
     m_stream = stream;
     m_opened = true;
+    m_streamPos = -1;
     m_sizeAtOpen = 0;
     return 0;
 }
@@ -254,12 +261,16 @@ int64_t FileImpl::sizeOnDisk() const {
 }
 
 int FileImpl::writeAt(int64_t offset, const void* buffer, int count) {
-    fseeko64(m_stream, offset, SEEK_SET);
+    // Consecutive writes continue where the stream stands: a seek would push the stream's
+    // buffer to the system on every write, so it is made only when the stream is elsewhere.
+    const bool positioned = offset == m_streamPos || fseeko64(m_stream, offset, SEEK_SET) == 0;
     const size_t written = fwrite(buffer, 1, static_cast<size_t>(count), m_stream);
+    m_streamPos = positioned ? offset + static_cast<int64_t>(written) : -1;
     // A failed write (say, on a read-only stream) must not stick to the stream; it is noted
-    // for takeWriteError().
+    // for takeWriteError(), and where the stream stands is then unknown.
     if (ferror(m_stream)) {
         m_writeFailed = true;
+        m_streamPos = -1;
         clearerr(m_stream);
     }
     return static_cast<int>(written);

@@ -53,9 +53,9 @@ public:
 private:
     // Moves the stream to `offset` and writes `count` bytes there; returns the bytes written.
     // The caller holds m_critSect and updates the write position.
-    int writeAt(int64_t offset, const void* buffer, int count);
+    QEL_NO_EXPORT int writeAt(int64_t offset, const void* buffer, int count);
     // The stream's offset, or `fallback` when the stream cannot tell it.
-    int64_t streamOffset(int64_t fallback);
+    QEL_NO_EXPORT int64_t streamOffset(int64_t fallback);
 
     std::string m_fileName;
     std::string m_mode;
@@ -68,6 +68,7 @@ private:
     int64_t m_maxFileSize;   // -1: no limit
     int64_t m_bytesWritten;  // guarded by m_critSect
     bool m_writeFailed;      // guarded by m_critSect, except in flush()
+    int64_t m_streamPos;     // where the stream stands after our last write; -1: unknown
     CriticalSectionWrapper* m_critSect;
 };
 
