@@ -99,20 +99,3 @@ TEST(LogFolderTest, FailuresFallBackToTheWorkingDirectory) {
     EXPECT_NE(std::string::npos, qeltest::readFile(here[1]).find("]after reopen\n\n"));
     EXPECT_EQ(2u, logFiles(result.dir + "/good").size());
 }
-
-TEST(LogFolderTest, FileWriterThatCannotOpenStaysOff) {
-    auto result = runChild([] {
-        CHILD_CHECK(chmod(".", 0555) == 0);
-        if (access(".", W_OK) == 0) {
-            return 0;  // running with the right to write anywhere: nothing to provoke
-        }
-        CHILD_CHECK(qelLogConfigFileWriter(true) == -1);
-        CHILD_CHECK(*ErrnoLocal() == kFileOpen);
-        CHILD_CHECK(qelLogSimplify("m", QEL_LOG_INFO, "console only") == 0);
-        CHILD_CHECK(chmod(".", 0755) == 0);
-        CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
-        return 0;
-    });
-    EXPECT_CHILD_OK(result);
-    chmod(result.dir.c_str(), 0755);
-}

@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -13,33 +12,7 @@
 
 using qeltest::runChild;
 
-namespace {
-
-struct Line {
-    std::string module, level, time, text;
-    long tid;
-};
-
-// Splits console or file output into records; fails the test on anything that is not one.
-std::vector<Line> parse(const std::string& output) {
-    static const std::regex kRecord(
-        R"(\[([^\]]*)\]\[V1\.8\.63 ([VIWE?]) (\d{2}:\d{2}:\d{2}:(?:0|[1-9]\d{0,2})) (\d+)\]([^\n]*)\n\n)");
-    std::vector<Line> lines;
-    auto begin = output.cbegin();
-    std::smatch match;
-    while (begin != output.cend()) {
-        if (!std::regex_search(begin, output.cend(), match, kRecord,
-                               std::regex_constants::match_continuous)) {
-            ADD_FAILURE() << "not a record: " << std::string(begin, output.cend()).substr(0, 200);
-            break;
-        }
-        lines.push_back({match[1], match[2], match[3], match[5], std::stol(match[4])});
-        begin = match[0].second;
-    }
-    return lines;
-}
-
-}  // namespace
+using qeltest::parseRecords;
 
 TEST(LogRecordsTest, DefaultStateThresholdAndModuleLevels) {
     auto result = runChild([] {
@@ -61,7 +34,7 @@ TEST(LogRecordsTest, DefaultStateThresholdAndModuleLevels) {
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = parse(result.out);
+    const auto lines = parseRecords(result.out);
     ASSERT_EQ(4u, lines.size()) << result.out;
     EXPECT_EQ("one", lines[0].text);
     EXPECT_EQ("I", lines[0].level);
@@ -117,7 +90,7 @@ TEST(LogRecordsTest, LongFieldsAreCutAndErrnoIsLoggedAtErrorLevel) {
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = parse(result.out);
+    const auto lines = parseRecords(result.out);
     ASSERT_EQ(4u, lines.size());
     EXPECT_EQ(std::string(127, 'm'), lines[0].module);
     EXPECT_EQ(std::string(2047, 'f'), lines[1].text);
@@ -139,7 +112,7 @@ TEST(LogRecordsTest, WritersSwitchedOffAndOn) {
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = parse(result.out);
+    const auto lines = parseRecords(result.out);
     ASSERT_EQ(1u, lines.size());
     EXPECT_EQ("once", lines[0].text);
 }
@@ -179,7 +152,7 @@ TEST(LogRecordsTest, LoggingAtExitAfterTheManagerIsGoneIsHarmless) {
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = parse(result.out);
+    const auto lines = parseRecords(result.out);
     ASSERT_EQ(2u, lines.size()) << result.out;
     EXPECT_EQ("running", lines[0].text);
     EXPECT_EQ("before the manager goes", lines[1].text);

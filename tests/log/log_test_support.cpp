@@ -16,6 +16,8 @@
 #include <sstream>
 #include <thread>
 
+#include <gtest/gtest.h>
+
 namespace qeltest {
 
 ChildResult runChild(const std::function<int()>& body, int timeoutSeconds) {
@@ -60,6 +62,24 @@ ChildResult runChild(const std::function<int()>& body, int timeoutSeconds) {
     result.out = readFile(outPath);
     result.err = readFile(errPath);
     return result;
+}
+
+std::vector<Record> parseRecords(const std::string& output) {
+    static const std::regex kRecord(
+        R"(\[([^\]]*)\]\[V1\.8\.63 ([VIWE?]) (\d{2}:\d{2}:\d{2}:(?:0|[1-9]\d{0,2})) (\d+)\]([^\n]*)\n\n)");
+    std::vector<Record> records;
+    auto begin = output.cbegin();
+    std::smatch match;
+    while (begin != output.cend()) {
+        if (!std::regex_search(begin, output.cend(), match, kRecord,
+                               std::regex_constants::match_continuous)) {
+            ADD_FAILURE() << "not a record: " << std::string(begin, output.cend()).substr(0, 200);
+            break;
+        }
+        records.push_back({match[1], match[2], match[3], match[5], std::stol(match[4])});
+        begin = match[0].second;
+    }
+    return records;
 }
 
 std::string readFile(const std::string& path) {

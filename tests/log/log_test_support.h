@@ -26,6 +26,16 @@ struct ChildResult {
 // exit-time destructors run). The parent waits at most `timeoutSeconds`, then kills it.
 ChildResult runChild(const std::function<int()>& body, int timeoutSeconds = 60);
 
+// One log line taken apart: "[module][V1.8.63 level time tid]text" and an empty line.
+struct Record {
+    std::string module, level, time, text;
+    long tid;
+};
+
+// Splits console or file output into records of one-line texts; adds a test failure for
+// anything that is not one.
+std::vector<Record> parseRecords(const std::string& output);
+
 // Reads a whole file; empty when it cannot be read.
 std::string readFile(const std::string& path);
 

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,20 +20,6 @@
 using qeltest::runChild;
 
 namespace {
-
-struct Stamped {
-    std::string time, text;
-    long tid;
-};
-
-std::vector<Stamped> records(const std::string& output) {
-    static const std::regex kRecord(R"(\[[^\]]*\]\[V1\.8\.63 [VIWE] ([0-9:]+) (\d+)\]([^\n]*)\n\n)");
-    std::vector<Stamped> found;
-    for (std::sregex_iterator it(output.begin(), output.end(), kRecord), end; it != end; ++it) {
-        found.push_back({(*it)[1], (*it)[3], std::stol((*it)[2])});
-    }
-    return found;
-}
 
 int minuteOfDay(const std::string& time) {
     return std::atoi(time.substr(0, 2).c_str()) * 60 + std::atoi(time.substr(3, 2).c_str());
@@ -56,7 +41,7 @@ TEST(RecordStampTest, TimeIsTheTailOfTheTimestamp) {
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = records(result.out);
+    const auto lines = qeltest::parseRecords(result.out);
     ASSERT_EQ(2001u, lines.size());
     int compared = 0;
     for (size_t i = 0; i + 1 < lines.size(); ++i) {
@@ -81,7 +66,7 @@ TEST(RecordStampTest, AZoneChangeShowsAtOnce) {
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = records(result.out);
+    const auto lines = qeltest::parseRecords(result.out);
     ASSERT_EQ(2u, lines.size()) << result.out;
     const int difference = ((minuteOfDay(lines[0].time) - minuteOfDay(lines[1].time)) % 1440 +
                             1440) % 1440;
@@ -105,7 +90,7 @@ TEST(RecordStampTest, ThreadIdsAfterForkAndPerThread) {
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = records(result.out);
+    const auto lines = qeltest::parseRecords(result.out);
     ASSERT_EQ(4u, lines.size()) << result.out;
     EXPECT_EQ(result.pid, lines[0].tid);
     EXPECT_EQ(result.pid, lines[3].tid);
