@@ -20,50 +20,40 @@ void allWritersOff() {
     qelLogSetGlobalLevel(QEL_LOG_INFO);
 }
 
-// A level-0 record under the threshold 1: it is dropped before it is stamped.
+// Sets up the writers a case measures: the console writer and, with `folder`, the file
+// writer in that folder at a 10 MiB limit (the measured time includes switches to new files).
+void switchOn(bool console, const std::string* folder) {
+    allWritersOff();
+    if (folder != nullptr) {
+        qelLogSetMaxSize(kFileLimit);
+        qelLogSetFileFolder(folder->c_str());
+    }
+    if (console) {
+        qelLogConfigConsoleWriter(true);
+    }
+}
+
+// A level-0 record under the threshold 1, in the default set-up: it is dropped before it is
+// stamped.
 void droppedRecord(benchmark::State& state) {
     runCase(
-        state,
-        [](const std::string&) {
-            allWritersOff();
-            qelLogConfigConsoleWriter(true);  // the default set-up; nothing reaches it
-        },
+        state, [](const std::string&) { switchOn(true, nullptr); },
         [] { qelLogWrite(kModule, QEL_LOG_VERBOSE, __FILE__, __LINE__, __func__, kText); },
         allWritersOff);
 }
 
 void consoleOnly(benchmark::State& state) {
-    runCase(
-        state,
-        [](const std::string&) {
-            allWritersOff();
-            qelLogConfigConsoleWriter(true);
-        },
-        writeInfo, allWritersOff);
+    runCase(state, [](const std::string&) { switchOn(true, nullptr); }, writeInfo, allWritersOff);
 }
 
-// Folder set, 10 MiB per file: the measured time includes the switches to new files.
 void fileOnly(benchmark::State& state) {
-    runCase(
-        state,
-        [](const std::string& folder) {
-            allWritersOff();
-            qelLogSetMaxSize(kFileLimit);
-            qelLogSetFileFolder(folder.c_str());
-        },
-        writeInfo, allWritersOff);
+    runCase(state, [](const std::string& folder) { switchOn(false, &folder); }, writeInfo,
+            allWritersOff);
 }
 
 void bothWriters(benchmark::State& state) {
-    runCase(
-        state,
-        [](const std::string& folder) {
-            allWritersOff();
-            qelLogSetMaxSize(kFileLimit);
-            qelLogSetFileFolder(folder.c_str());
-            qelLogConfigConsoleWriter(true);
-        },
-        writeInfo, allWritersOff);
+    runCase(state, [](const std::string& folder) { switchOn(true, &folder); }, writeInfo,
+            allWritersOff);
 }
 
 }  // namespace

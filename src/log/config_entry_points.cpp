@@ -26,6 +26,15 @@ int fallBackToWorkingDirectory(int failure) {
     return result != 0 ? result : failure;
 }
 
+// Switches a writer on (its openLog result) or off (0).
+int switchWriter(qel::QelLogStreamBase& writer, bool enable) {
+    if (enable) {
+        return writer.openLog();
+    }
+    writer.closeLog();
+    return 0;
+}
+
 }  // namespace
 
 extern "C" {
@@ -64,24 +73,14 @@ QEL_EXPORT int qelLogConfigFileWriter(bool enable) {
     if (qel::QelLog::isShutDown()) {
         return -1;
     }
-    qel::QelLogFileStream& writer = qel::QelLog::getInstance().fileStream();
-    if (enable) {
-        return writer.openLog();
-    }
-    writer.closeLog();
-    return 0;
+    return switchWriter(qel::QelLog::getInstance().fileStream(), enable);
 }
 
 QEL_EXPORT int qelLogConfigConsoleWriter(bool enable) {
     if (qel::QelLog::isShutDown()) {
         return -1;
     }
-    qel::QelLogConsoleStream& writer = qel::QelLog::getInstance().consoleStream();
-    if (enable) {
-        return writer.openLog();
-    }
-    writer.closeLog();
-    return 0;
+    return switchWriter(qel::QelLog::getInstance().consoleStream(), enable);
 }
 
 QEL_EXPORT int qelLogSetFileFolder(const char* folder) {
