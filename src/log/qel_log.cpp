@@ -11,31 +11,30 @@ namespace {
 std::atomic<bool> g_shutDown{false};
 std::atomic<int> g_levelAtShutDown{QEL_LOG_INFO};
 
-// The manager while it lives, for the fork handlers, which cannot be unregistered.
-std::atomic<QelLog*> g_liveInstance{nullptr};
-
 // A child made by fork gets a copy of the memory but only the thread that forked. A lock
 // that another thread held at that moment would stay locked in the child for good, so the
 // signal lock is taken before the fork and released on both sides afterwards.
 void prepareFork() {
-    if (QelLog* log = g_liveInstance.load(std::memory_order_acquire)) {
+    if (QelLog* log = QelLog::live()) {
         log->lockForFork();
     }
 }
 
 void afterForkInParent() {
-    if (QelLog* log = g_liveInstance.load(std::memory_order_acquire)) {
+    if (QelLog* log = QelLog::live()) {
         log->unlockAfterFork(false);
     }
 }
 
 void afterForkInChild() {
-    if (QelLog* log = g_liveInstance.load(std::memory_order_acquire)) {
+    if (QelLog* log = QelLog::live()) {
         log->unlockAfterFork(true);
     }
 }
 
 }  // namespace
+
+std::atomic<QelLog*> QelLog::s_live{nullptr};
 
 QelLog& QelLog::getInstance() {
     static QelLog qelLog;
@@ -54,11 +53,11 @@ QelLog::QelLog() : m_globalLevel(QEL_LOG_INFO) {
     sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&m_logSignal);
     m_logSignal.connect_while_locked(&m_consoleStream, &QelLogConsoleStream::writeFormatLog);
     m_consoleStream.m_isOpen = true;  // the console writer is on from the start
-    // Registered once per process; the handlers find the manager through g_liveInstance.
+    // Registered once per process; the handlers find the manager through live().
     static const bool forkHandlersInstalled =
         pthread_atfork(&prepareFork, &afterForkInParent, &afterForkInChild) == 0;
     (void)forkHandlersInstalled;
-    g_liveInstance.store(this, std::memory_order_release);
+    s_live.store(this, std::memory_order_release);
 }
 
 // Every holder of a writer's lock holds the signal lock as well (a dispatch, a writer's
@@ -79,9 +78,11 @@ void QelLog::unlockAfterFork(bool inChild) {
 }
 
 QelLog::~QelLog() {
-    g_liveInstance.store(nullptr, std::memory_order_release);
+    // The flag goes up before the manager stops being live, so a late caller that finds it
+    // gone also finds the flag and never reaches getInstance() again.
     g_levelAtShutDown.store(m_globalLevel.load(std::memory_order_relaxed));
     g_shutDown.store(true, std::memory_order_release);
+    s_live.store(nullptr, std::memory_order_release);
     m_consoleStream.closeLog();
     m_fileStream.closeLog();
 }

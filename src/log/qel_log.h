@@ -24,9 +24,13 @@ public:
     static QelLog& getInstance();
     // True once the manager has been destroyed at process exit; entry points reached after
     // that return without touching it.
-    static bool isShutDown();
+    QEL_NO_EXPORT static bool isShutDown();
     // The threshold as it was when the manager was destroyed, for calls made after that.
-    static QelLogLevel levelAtShutDown();
+    QEL_NO_EXPORT static QelLogLevel levelAtShutDown();
+    // The manager from the end of its construction to the start of its destruction, else
+    // null. One load, for the paths that run on every record (a dropped record costs this
+    // and a comparison) and for the fork handlers.
+    static QelLog* live() { return s_live.load(std::memory_order_acquire); }
 
     // Drops `msg` when its level is below the threshold, else hands it to every connected
     // writer under the signal lock, so records never interleave. Returns 0 in every case.
@@ -70,6 +74,8 @@ private:
     QelLogFileStream m_fileStream;
     QelLogConsoleStream m_consoleStream;
     std::atomic<int> m_globalLevel;
+
+    QEL_NO_EXPORT static std::atomic<QelLog*> s_live;
 };
 
 }  // namespace qel
