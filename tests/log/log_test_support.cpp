@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -24,6 +25,10 @@ ChildResult runChild(const std::function<int()>& body, int timeoutSeconds) {
     ChildResult result;
     char pattern[] = "/tmp/qel-log-test-XXXXXX";
     result.dir = mkdtemp(pattern);
+    result.removeDir = std::shared_ptr<void>(nullptr, [dir = result.dir](void*) {
+        std::error_code ignored;
+        std::filesystem::remove_all(dir, ignored);
+    });
     const std::string outPath = result.dir + "/.stdout";
     const std::string errPath = result.dir + "/.stderr";
     fflush(nullptr);

@@ -6,6 +6,7 @@
 // output and standard error captured in files. The parent reads them and the log files.
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@ struct ChildResult {
     std::string err;        // everything the child wrote to standard error
     std::string dir;        // the child's working directory, left for inspection
     int pid = 0;            // the child's process id (the id of its main thread)
+    std::shared_ptr<void> removeDir;  // removes `dir` when the last copy of the result goes
 };
 
 // Forks; the child changes into a new temporary directory, redirects its standard output
