@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "log/qel_log.h"
+#include "log/writer_lock.h"
 #include "platform/scoped_critical_section.h"
 
 namespace qel {
@@ -23,22 +24,18 @@ void QelLogConsoleStream::writeFormatLog(const LogMessage& msg) {
 }
 
 int QelLogConsoleStream::openLog() {
-    LogSignal& signal = QelLog::getInstance().logSignal();
-    sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&signal);
-    ScopedCriticalSection lock(*m_critSect);
+    WriterLock lock(*this);
     if (!m_isOpen) {
-        signal.connect_while_locked(this, &QelLogConsoleStream::writeFormatLog);
+        lock.signal().connect_while_locked(this, &QelLogConsoleStream::writeFormatLog);
         m_isOpen = true;
     }
     return 0;
 }
 
 void QelLogConsoleStream::closeLog() {
-    LogSignal& signal = QelLog::getInstance().logSignal();
-    sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&signal);
-    ScopedCriticalSection lock(*m_critSect);
+    WriterLock lock(*this);
     if (m_isOpen) {
-        signal.disconnect_while_locked(this);
+        lock.signal().disconnect_while_locked(this);
         m_isOpen = false;
     }
 }

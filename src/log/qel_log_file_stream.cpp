@@ -10,6 +10,7 @@
 
 #include "error/error_codes.h"
 #include "log/qel_log.h"
+#include "log/writer_lock.h"
 #include "platform/scoped_critical_section.h"
 
 namespace qel {
@@ -34,7 +35,8 @@ constexpr uint64_t kFirstRetryPauseUs = 100 * 1000;
 constexpr uint64_t kLongestRetryPauseUs = 10 * 1000 * 1000;
 
 bool consoleWriterOn() {
-    return QelLog::getInstance().consoleStream().isOpen();
+    QelLog* log = QelLog::live();
+    return log != nullptr && log->consoleStream().isOpen();
 }
 
 bool pathExists(const char* path) {
@@ -226,9 +228,7 @@ void QelLogFileStream::continueInChild() {
 }
 
 int QelLogFileStream::openLog() {
-    LogSignal& signal = QelLog::getInstance().logSignal();
-    sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&signal);
-    ScopedCriticalSection lock(*m_critSect);
+    WriterLock lock(*this);
     if (m_isOpen) {
         return 0;
     }
@@ -237,20 +237,18 @@ int QelLogFileStream::openLog() {
     if (openFile() != 0) {
         return failWith(kErrorFileOpen);
     }
-    signal.connect_while_locked(this, &QelLogFileStream::writeFormatLog);
+    lock.signal().connect_while_locked(this, &QelLogFileStream::writeFormatLog);
     m_isOpen = true;
     return 0;
 }
 
 void QelLogFileStream::closeLog() {
-    LogSignal& signal = QelLog::getInstance().logSignal();
-    sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&signal);
-    ScopedCriticalSection lock(*m_critSect);
+    WriterLock lock(*this);
     if (!m_isOpen) {
         return;
     }
     closeFile();
-    signal.disconnect_while_locked(this);
+    lock.signal().disconnect_while_locked(this);
     m_isOpen = false;
 }
 
@@ -258,18 +256,12 @@ void QelLogFileStream::setFileFolder(const char* folder) {
     if (folder == nullptr) {
         return;
     }
-    // Every holder of the writer's lock holds the signal lock too; the fork handlers rely
-    // on it.
-    LogSignal& signal = QelLog::getInstance().logSignal();
-    sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&signal);
-    ScopedCriticalSection lock(*m_critSect);
+    WriterLock lock(*this);
     m_fileFolder = folder;
 }
 
 void QelLogFileStream::setMaxFileSize(uint32_t maxSize) {
-    LogSignal& signal = QelLog::getInstance().logSignal();
-    sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&signal);
-    ScopedCriticalSection lock(*m_critSect);
+    WriterLock lock(*this);
     m_maxFileSize = maxSize;
     if (m_file != nullptr) {
         m_file->setMaxFileSize(maxSize);

@@ -20,8 +20,9 @@ using LogSignal = sigslot::signal1<const LogMessage&, sigslot::multi_threaded_lo
 // system, so that the console and the log files carry identical lines.
 //
 // Lock order: whoever needs both the manager's signal lock and a writer's critical
-// section takes the signal lock first. A dispatch holds the signal lock while it calls the
-// writers, and openLog/closeLog take it before entering the writer's critical section.
+// section takes the signal lock first (WriterLock). A dispatch holds the signal lock while
+// it calls the writers, and openLog/closeLog take it before entering the writer's critical
+// section.
 class QEL_EXPORT QelLogStreamBase : public sigslot::has_slots<sigslot::single_threaded> {
 public:
     // A writer starts closed and unconnected, with its own recursive critical section.

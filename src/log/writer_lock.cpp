@@ -1,0 +1,12 @@
+#include "log/writer_lock.h"
+
+#include "log/qel_log.h"
+
+namespace qel {
+
+WriterLock::WriterLock(QelLogStreamBase& writer)
+    : m_signal(QelLog::getInstance().logSignal()),
+      m_signalLock(&m_signal),
+      m_writerLock(writer.critSect()) {}
+
+}  // namespace qel
