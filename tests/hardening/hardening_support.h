@@ -1,48 +1,45 @@
 #ifndef QEL_TESTS_HARDENING_HARDENING_SUPPORT_H_
 #define QEL_TESTS_HARDENING_HARDENING_SUPPORT_H_
 
-// Helpers of the hardening tests, for use inside a child made by
-// qeltest::runChild.
+// What the hardening tests share. They run their scenarios in children made by runChild, as
+// the log tests do.
 
-#include <sys/types.h>
+#include <ftw.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <string>
 #include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <qel/log.h>
+
+#include "log/log_test_support.h"
 
 namespace qeltest {
 
-// Standard output into a pipe that a thread of the child reads, so that console
-// output can be checked while regular files are made to fail (a file size limit
-// does not apply to a pipe). finish() closes descriptor 1 and returns
-// everything that was printed.
-class StdoutCapture {
-public:
-  StdoutCapture();
-  ~StdoutCapture();
-  std::string finish();
-
-private:
-  int m_readEnd;
-  std::string m_text;
-  std::thread m_reader;
-  bool m_finished;
-};
-
-// Removes `path` and everything below it, symbolic links not followed. Quiet on
-// failure.
-void removeTree(const std::string &path);
+// Removes `path` and everything below it, symbolic links not followed. Quiet on failure.
+inline void removeTree(const std::string& path) {
+    auto removeOne = [](const char* name, const struct stat*, int, struct FTW*) {
+        remove(name);
+        return 0;
+    };
+    nftw(path.c_str(), removeOne, 16, FTW_DEPTH | FTW_PHYS);
+}
 
 // The number of times `needle` occurs in `text`.
-size_t countOf(const std::string &text, const std::string &needle);
+inline size_t countOf(const std::string& text, const std::string& needle) {
+    size_t count = 0;
+    for (size_t at = text.find(needle); at != std::string::npos;
+         at = text.find(needle, at + needle.size())) {
+        ++count;
+    }
+    return count;
+}
 
-// The child's number of open descriptors.
-int openDescriptorCount();
+}  // namespace qeltest
 
-// Waits at most `timeoutSeconds` for the child `pid`; kills it and returns
-// false when it has not ended by then. `status` gets its wait status.
-bool waitWithTimeout(pid_t pid, int timeoutSeconds, int *status);
-
-} // namespace qeltest
-
-#endif // QEL_TESTS_HARDENING_HARDENING_SUPPORT_H_
+#endif  // QEL_TESTS_HARDENING_HARDENING_SUPPORT_H_

@@ -34,16 +34,13 @@ public:
 
 using qel::ThreadWrapper;
 
-namespace {
-
 template <typename Condition>
-bool eventually(Condition condition) {  // polls for up to 30 s
-    for (int i = 0; i < 30000; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(1))) {
-        if (condition()) {
-            return true;
-        }
+static bool eventually(Condition condition) {  // polls for up to 30 s
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    return false;
+    return condition();
 }
 
 // A run function that counts its calls, records the thread it runs on, and asks to be called
@@ -62,10 +59,8 @@ struct Runner {
     }
 };
 
-// The new thread runs under its own kernel id and the system shows its name; the main
-// thread's id is the process id.
+// The new thread runs under its own kernel id, under which the system shows its name.
 TEST(ThreadTest, TheSystemShowsTheNameAndId) {
-    EXPECT_EQ(static_cast<long>(getpid()), ThreadWrapper::getThreadId());
     auto shownName = [](long threadId) {
         std::ifstream comm("/proc/self/task/" + std::to_string(threadId) + "/comm");
         std::string name;
@@ -85,7 +80,6 @@ TEST(ThreadTest, TheSystemShowsTheNameAndId) {
             ThreadWrapper::createThread(&Runner::run, &runner, c.first));
         ASSERT_EQ(0, thread->start());
         ASSERT_TRUE(eventually([&] { return runner.calls > 0; }));
-        EXPECT_NE(static_cast<long>(getpid()), runner.threadId.load());
         EXPECT_EQ(c.second, shownName(runner.threadId));
     }
 }
@@ -136,5 +130,3 @@ TEST(ThreadTest, StartThatTimedOut) {
     ASSERT_TRUE(eventually([&] { return runner.calls > 0; }));
     EXPECT_EQ(0, thread.stop());
 }
-
-}  // namespace

@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <regex>
@@ -62,11 +61,7 @@ TEST(TimeUtilsTest, LocalTimeFormatFollowsTheWallClockInLocalTime) {
             gettimeofday(&after, nullptr);
             ASSERT_TRUE(std::regex_match(text, shape)) << text;
             tm fields = {};
-            int millis = 0;
-            std::sscanf(text.c_str(), "%d-%d-%d-%d:%d:%d:%d", &fields.tm_year, &fields.tm_mon,
-                        &fields.tm_mday, &fields.tm_hour, &fields.tm_min, &fields.tm_sec, &millis);
-            fields.tm_year -= 1900;
-            fields.tm_mon -= 1;
+            const int millis = std::atoi(strptime(text.c_str(), "%Y-%m-%d-%H:%M:%S:", &fields));
             const int64_t stamped = (timegm(&fields) - zone.second) * int64_t{1000} + millis;
             EXPECT_GE(stamped, before.tv_sec * int64_t{1000} + before.tv_usec / 1000 - 1) << text;
             EXPECT_LE(stamped, after.tv_sec * int64_t{1000} + after.tv_usec / 1000 + 1) << text;
