@@ -10,6 +10,7 @@
 #include <cstring>
 #include <string>
 
+#include "commands.h"
 #include "options.h"
 #include "pump.h"
 
@@ -94,6 +95,14 @@ int run(const qellog::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A first argument that names a subcommand reads log files instead of writing them; a
+    // message that starts with such a word is logged after "--".
+    if (argc > 1) {
+        const std::string command = argv[1];
+        if (command == "cat") return qellog::runCat(argc - 1, argv + 1);
+        if (command == "follow") return qellog::runFollow(argc - 1, argv + 1);
+        if (command == "prune") return qellog::runPrune(argc - 1, argv + 1);
+    }
     qellog::Options options;
     std::string error;
     if (!qellog::parseOptions(argc, argv, options, error)) {

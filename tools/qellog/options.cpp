@@ -168,6 +168,9 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
 
 const char* usageText() {
     return "Usage: qellog [OPTION]... [MESSAGE]...\n"
+           "   or: qellog cat [--json] DIR|FILE...\n"
+           "   or: qellog follow [--json] [--state FILE] DIR\n"
+           "   or: qellog prune DIR --keep N|--max-total SIZE|--older-than DAYS [--dry-run]\n"
            "Log MESSAGE as one record, or without MESSAGE each line of standard input as one\n"
            "record, on the console and, when switched on, into size-limited log files.\n"
            "\n"
@@ -188,6 +191,8 @@ const char* usageText() {
            "A line feed ends a line; a carriage return stays in the text; a NUL byte is\n"
            "logged as a space. Log files are named QelLog<date-time>.log; a full file is\n"
            "continued in a new one.\n"
+           "cat, follow and prune read the log files back (see qellog cat --help); to log a\n"
+           "message that starts with one of these words, put -- before it.\n"
            "Exit status: 0 success, 1 runtime failure (folder refused, code without a\n"
            "message, unreadable input), 2 usage error.\n";
 }

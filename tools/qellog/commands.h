@@ -1,0 +1,14 @@
+#ifndef QELLOG_COMMANDS_H_
+#define QELLOG_COMMANDS_H_
+
+namespace qellog {
+
+// The subcommands. Each gets the arguments from its own name on (argv[0] is "cat", "follow"
+// or "prune") and returns the exit status: 0 success, 1 runtime failure, 2 usage error.
+int runCat(int argc, char** argv);
+int runFollow(int argc, char** argv);
+int runPrune(int argc, char** argv);
+
+}  // namespace qellog
+
+#endif  // QELLOG_COMMANDS_H_

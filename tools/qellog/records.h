@@ -1,0 +1,132 @@
+#ifndef QELLOG_RECORDS_H_
+#define QELLOG_RECORDS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace qellog {
+
+// The local time in a log file's name QelLog<yyyy>-<mm>-<dd>-<hh>-<mm>-<ss>-<ms>.log.
+struct FileTime {
+    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, millisecond = 0;
+};
+
+// Reads a bare file name (no folder). Returns false for any name the writer does not make.
+bool parseLogFileName(const std::string& name, FileTime& time);
+
+// Orders names by their time: the writer never gives two files the same millisecond, so this
+// is the order in which they were made.
+bool operator<(const FileTime& a, const FileTime& b);
+
+struct LogFile {
+    std::string path;  // folder and name
+    std::string name;  // name only
+    bool named = false;  // the name has the writer's pattern; `time` holds its time
+    FileTime time;
+};
+
+// The regular files in `folder` with the writer's name pattern, oldest first. Returns false,
+// with the reason in `error`, when the folder cannot be read.
+bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::string& error);
+
+// Milliseconds since 1970-01-01 00:00 of the calendar date and time, taken as UTC: a scale on
+// which dates and times of day of the log can be compared and moved by whole days.
+std::int64_t civilMs(int year, int month, int day, int msOfDay);
+// "yyyy-mm-dd" of a value of that scale.
+std::string civilDate(std::int64_t ms);
+
+// The header "[module][V1.8.63 L hh:mm:ss:ms tid]" that starts every record.
+struct Header {
+    std::string module;
+    std::string version;  // "1.8.63"
+    char level = '?';
+    std::string time;  // "hh:mm:ss:ms", as printed
+    unsigned long threadId = 0;
+    int msOfDay = 0;
+};
+
+enum class HeaderMatch { Yes, No, Partial };
+
+// Tries to read a header at data[0..size). Yes: `length` is its length and `header` its
+// fields. Partial: the bytes end before it could be decided. No: there is no header here.
+// Either pointer may be null.
+HeaderMatch matchHeader(const char* data, std::size_t size, Header* header, std::size_t* length);
+
+// One record as read back, or a piece of bytes that holds no record.
+struct Record {
+    bool headed = false;    // false: a piece that cannot be read as a record
+    bool complete = false;  // ends with the empty line that ends every record
+    bool cut = false;       // longer than any record can be: the rest follows as another piece
+    Header header;
+    std::string bytes;  // as in the files: header, text and the closing line feeds
+    std::size_t textBegin = 0, textEnd = 0;  // the text within `bytes`
+    std::string file;                        // name of the file in which it starts
+    std::uint64_t offset = 0;                // where in that file
+    std::string date;                        // "yyyy-mm-dd", empty when the file has no dated name
+};
+
+// Where a record starts: a file name and a byte offset in it.
+struct Position {
+    std::string file;
+    std::uint64_t offset = 0;
+};
+
+// What the caller knows about the bytes after the ones handed in so far.
+enum class DataEnd {
+    More,   // more may come: a record that may go on is kept
+    Quiet,  // the newest file has not grown for a while: a record that ends with its empty
+            // line at the end of the data is taken as complete
+    Final,  // nothing more comes: everything left is handed out
+};
+
+// Rejoins the records of consecutive log files. Bytes go in file by file; whole records come
+// out. The rules that decide where a record ends are the ones that docs/operations.md gives:
+// - a record starts with a header; it ends with an empty line ("\n\n") that is followed by the
+//   next header, or by the end of the data;
+// - a file that begins with a header begins a new record: the last record of the file before
+//   it ends there even without its empty line (the process that wrote it was stopped);
+// - a file that does not begin with a header continues the record of the file before it,
+//   which is how the writer splits a record at the size limit; a file whose name the writer
+//   did not make neither continues another file nor is continued;
+// - bytes where a record should start but no header is are a piece; a piece ends where a
+//   record would end, or before a header at the start of a line.
+class RecordReader {
+public:
+    // The bytes appended next come from `file`, starting at `offset` in it.
+    void beginFile(const LogFile& file, std::uint64_t offset);
+    void append(const char* data, std::size_t size);
+    // Takes the next record. Returns false when there is none yet (or, with Final, none left).
+    bool next(Record& record, DataEnd end);
+
+    // Where the next record starts. Before any file: an empty name.
+    Position position() const;
+    // The date of the next record is worked out from the time of the record before it: the
+    // caller that resumes keeps it along with the position.
+    void reference(std::string& file, std::int64_t& ms) const;
+    void setReference(const std::string& file, std::int64_t ms);
+    // Bytes handed in but not yet handed out as records.
+    std::size_t pending() const { return m_buffer.size() - m_start; }
+
+private:
+    struct Segment {
+        std::size_t at;  // index in m_buffer of the file's first byte here
+        LogFile file;
+        std::uint64_t offset;  // its offset in the file
+    };
+    const Segment& segmentAt(std::size_t index) const;
+    std::string dateOf(const Segment& segment, const Record& record);
+    void consume(std::size_t length);
+
+    std::string m_buffer;
+    std::size_t m_start = 0;     // index of the next record in m_buffer
+    std::size_t m_scanFrom = 0;  // bytes of the next record known not to end it
+    std::vector<Segment> m_segments;
+    std::string m_refFile;
+    std::int64_t m_refMs = 0;
+};
+
+}  // namespace qellog
+
+#endif  // QELLOG_RECORDS_H_
