@@ -100,8 +100,9 @@ int runPrune(int argc, char** argv) {
                 return 2;
         }
         if (!ok) {
-            std::fprintf(stderr, "qellog: bad value '%s' for '%s' (see qellog prune --help)\n",
-                         optarg, argv[optind - 1]);
+            const char* option = c == 'k' ? "--keep" : c == 's' ? "--max-total" : "--older-than";
+            std::fprintf(stderr, "qellog: bad value '%s' for %s (see qellog prune --help)\n",
+                         optarg, option);
             return 2;
         }
     }
