@@ -72,10 +72,7 @@ int runCat(int argc, char** argv) {
         switch (c) {
             case 'j': json = true; break;
             case 'h': std::fputs(kCatUsage, stdout); return 0;
-            default:
-                std::fprintf(stderr, "qellog: unknown option '%s' (see qellog cat --help)\n",
-                             argv[optind - 1]);
-                return 2;
+            default: return optionError(c, argv, "cat");
         }
     }
     if (optind >= argc) {

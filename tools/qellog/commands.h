@@ -9,6 +9,10 @@ int runCat(int argc, char** argv);
 int runFollow(int argc, char** argv);
 int runPrune(int argc, char** argv);
 
+// Reports the option that getopt_long refused with `c` (':' for a missing argument, else an
+// unknown option) for subcommand `command` on standard error, and returns the exit status 2.
+int optionError(int c, char** argv, const char* command);
+
 }  // namespace qellog
 
 #endif  // QELLOG_COMMANDS_H_

@@ -325,13 +325,7 @@ int runFollow(int argc, char** argv) {
             case 'j': json = true; break;
             case 's': statePath = optarg; break;
             case 'h': std::fputs(kFollowUsage, stdout); return 0;
-            case ':':
-                std::fprintf(stderr, "qellog: option '%s' needs an argument\n", argv[optind - 1]);
-                return 2;
-            default:
-                std::fprintf(stderr, "qellog: unknown option '%s' (see qellog follow --help)\n",
-                             argv[optind - 1]);
-                return 2;
+            default: return optionError(c, argv, "follow");
         }
     }
     if (optind + 1 != argc || argv[optind][0] == '\0') {

@@ -91,13 +91,7 @@ int runPrune(int argc, char** argv) {
             case 'o': ok = hasAge = parseDays(optarg, days); break;
             case 'n': dryRun = true; break;
             case 'h': std::fputs(kPruneUsage, stdout); return 0;
-            case ':':
-                std::fprintf(stderr, "qellog: option '%s' needs an argument\n", argv[optind - 1]);
-                return 2;
-            default:
-                std::fprintf(stderr, "qellog: unknown option '%s' (see qellog prune --help)\n",
-                             argv[optind - 1]);
-                return 2;
+            default: return optionError(c, argv, "prune");
         }
         if (!ok) {
             const char* option = c == 'k' ? "--keep" : c == 's' ? "--max-total" : "--older-than";
