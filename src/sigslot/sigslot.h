@@ -24,16 +24,6 @@
 
 #include <qel/export.h>
 
-// Turns off the sanitizer's dynamic type check for one function (see duplicate()).
-#if defined(__has_attribute)
-#if __has_attribute(no_sanitize)
-#define SIGSLOT_NO_VPTR_CHECK __attribute__((no_sanitize("vptr")))
-#endif
-#endif
-#ifndef SIGSLOT_NO_VPTR_CHECK
-#define SIGSLOT_NO_VPTR_CHECK
-#endif
-
 namespace sigslot {
 
 // Lock policy for objects used by one thread at a time: lock() and unlock() do nothing.
@@ -47,12 +37,12 @@ public:
 };
 
 // Lock policy with one ordinary (not recursive, not error-checking) mutex per object.
-// A copy gets a mutex of its own; the lock state is never copied. Any thread may call
-// lock() and unlock(); the thread that locked must be the one that unlocks.
+// Any thread may call lock() and unlock(); the thread that locked must be the one that
+// unlocks. Not copyable.
 class QEL_EXPORT multi_threaded_local {
 public:
     multi_threaded_local() { pthread_mutex_init(&mutex, nullptr); }
-    multi_threaded_local(const multi_threaded_local&) { pthread_mutex_init(&mutex, nullptr); }
+    multi_threaded_local(const multi_threaded_local&) = delete;
     multi_threaded_local& operator=(const multi_threaded_local&) = delete;
     virtual ~multi_threaded_local();
     // Blocks until this thread holds the mutex. A thread that already holds it blocks
@@ -67,8 +57,9 @@ private:
 
 // Holds a policy's lock for the lifetime of the guard, so that every way out of a scope,
 // an exception included, releases it. `policy` must outlive the guard; never null.
+// Internal: not exported, as no caller of a signal names it.
 template <class mt_policy>
-class QEL_EXPORT lock_block {
+class lock_block {
 public:
     explicit lock_block(mt_policy* policy) : m_policy(policy) { m_policy->lock(); }
     ~lock_block() { m_policy->unlock(); }
@@ -115,34 +106,15 @@ public:
 // Base of every receiver. It keeps the set of signals connected to it and, when
 // destroyed, detaches from all of them, so that no signal can call it afterwards.
 //
-// A receiver must not be destroyed or copied while another thread connects it to or
-// disconnects it from a signal. With the single_threaded policy the set is guarded by
-// the lock of the signal that changes it, except in the receiver's own disconnect_all.
-//
-// Copying a receiver connects the copy to every signal the original is connected to, with
-// the same slots, behind the signal's existing connections. Receivers are not assignable.
+// A receiver must not be destroyed while another thread connects it to or disconnects it
+// from a signal. With the single_threaded policy the set is guarded by the lock of the
+// signal that changes it, except in the receiver's own disconnect_all. Receivers are not
+// copyable: nothing copies a writer.
 template <class mt_policy>
 class QEL_EXPORT has_slots : public has_slots_interface, public mt_policy {
 public:
-    typedef std::set<_signal_base_interface*> sender_set_t;
-
     has_slots() {}
-
-    has_slots(const has_slots& other) : has_slots_interface(other), mt_policy(other) {
-        lock_block<mt_policy> guard(this);
-        try {
-            for (_signal_base_interface* sender : other.sender_set) {
-                // Recorded first, so that a failure below can still find and undo the
-                // connections already duplicated.
-                sender_set.insert(sender);
-                sender->slot_duplicate(&other, this);
-            }
-        } catch (...) {
-            detach_all();
-            throw;
-        }
-    }
-
+    has_slots(const has_slots&) = delete;
     has_slots& operator=(const has_slots&) = delete;
 
     void signal_connect(_signal_base_interface* sender) override {
@@ -160,22 +132,14 @@ public:
     // Signals are asked in ascending address order; each takes its own lock for the call.
     void disconnect_all() override {
         lock_block<mt_policy> guard(this);
-        detach_all();
-    }
-
-    // The signals that hold at least one connection to this receiver, by ascending address.
-    const sender_set_t& senders() const { return sender_set; }
-
-private:
-    // Caller holds this receiver's policy lock.
-    void detach_all() {
         for (_signal_base_interface* sender : sender_set) {
             sender->slot_disconnect(this);
         }
         sender_set.clear();
     }
 
-    sender_set_t sender_set;
+private:
+    std::set<_signal_base_interface*> sender_set;
 };
 
 // Owns no destination: it only remembers where to deliver an argument.
@@ -209,11 +173,7 @@ public:
     has_slots_interface* getdest() const override { return dest; }
     void emit(arg1_type a1) override { (dest->*method)(a1); }
     base_type* clone() override { return new _connection1(*this); }
-    // Called from the copy constructor of has_slots while the copied receiver is still
-    // being built, so the conversion names a D that is not complete yet. The pointer is
-    // only stored, and used once the copy is complete; the run-time type check of the
-    // sanitizer would reject the conversion at this point, so it is switched off here.
-    SIGSLOT_NO_VPTR_CHECK base_type* duplicate(has_slots_interface* new_dest) override {
+    base_type* duplicate(has_slots_interface* new_dest) override {
         return new _connection1(static_cast<dest_type*>(new_dest), method);
     }
 
@@ -227,15 +187,13 @@ template <class mt_policy>
 class QEL_EXPORT _signal_base : public _signal_base_interface, public mt_policy {
 public:
     _signal_base() {}
-    _signal_base(const _signal_base& other) : _signal_base_interface(other), mt_policy(other) {}
+    _signal_base(const _signal_base&) = delete;
     _signal_base& operator=(const _signal_base&) = delete;
     virtual ~_signal_base() {}
 };
 
 // A signal with one argument: owns its connections and keeps them in order of connection.
-//
-// Copying a signal gives the copy its own lock and a clone of every connection, in the same
-// order, and records the copy with each receiver. Signals are not assignable.
+// Not copyable.
 template <class arg1_type, class mt_policy>
 class QEL_EXPORT _signal_base1 : public _signal_base<mt_policy> {
 public:
@@ -244,27 +202,14 @@ public:
 
     _signal_base1() {}
 
-    _signal_base1(const _signal_base1& other) : _signal_base<mt_policy>(other) {
-        // The source's list must not change while it is being copied; nobody can reach the
-        // new signal yet.
-        lock_block<mt_policy> guard(const_cast<_signal_base1*>(&other));
-        try {
-            for (connection_type* connection : other.connection_list) {
-                append(connection->clone());
-                connection->getdest()->signal_connect(this);
-            }
-        } catch (...) {
-            detach_all_while_locked();
-            throw;
-        }
-    }
-
-    _signal_base1& operator=(const _signal_base1&) = delete;
-
     // Detaches from every receiver still connected and frees all connections.
     ~_signal_base1() override {
         lock_block<mt_policy> guard(this);
-        detach_all_while_locked();
+        for (connection_type* connection : connection_list) {
+            connection->getdest()->signal_disconnect(this);
+            delete connection;
+        }
+        connection_list.clear();
     }
 
     void slot_disconnect(has_slots_interface* slot) override {
@@ -293,25 +238,12 @@ public:
         }
     }
 
-    // The connections in delivery order. Read it only while holding this signal's lock or
-    // while no other thread can change the signal.
-    const connections_list& connections() const { return connection_list; }
-
 protected:
     // Takes ownership of `connection` and puts it last, freeing it if the list cannot grow.
-    void append(connection_type* connection) {
+    QEL_NO_EXPORT void append(connection_type* connection) {
         std::unique_ptr<connection_type> owned(connection);
         connection_list.push_back(owned.get());
         owned.release();
-    }
-
-    // Caller holds this signal's lock.
-    void detach_all_while_locked() {
-        for (connection_type* connection : connection_list) {
-            connection->getdest()->signal_disconnect(this);
-            delete connection;
-        }
-        connection_list.clear();
     }
 
     connections_list connection_list;  // guarded by the signal's lock; owns its elements
@@ -329,8 +261,6 @@ public:
     typedef _signal_base1<arg1_type, mt_policy> base_type;
 
     signal1() {}
-    signal1(const signal1& other) : base_type(other) {}
-    signal1& operator=(const signal1&) = delete;
     ~signal1() override {}
 
     // Appends a connection to `method` of `receiver` behind the existing ones and records
@@ -345,7 +275,7 @@ public:
 
     // As connect; the caller holds this signal's lock.
     template <class desttype>
-    void connect_while_locked(desttype* receiver, void (desttype::*method)(arg1_type)) {
+    QEL_NO_EXPORT void connect_while_locked(desttype* receiver, void (desttype::*method)(arg1_type)) {
         this->append(new _connection1<desttype, arg1_type, mt_policy>(receiver, method));
         try {
             receiver->signal_connect(this);
@@ -364,7 +294,7 @@ public:
     }
 
     // As disconnect; the caller holds this signal's lock.
-    void disconnect_while_locked(has_slots_interface* receiver) {
+    QEL_NO_EXPORT void disconnect_while_locked(has_slots_interface* receiver) {
         auto& list = this->connection_list;
         for (auto it = list.begin(); it != list.end(); ++it) {
             if ((*it)->getdest() == receiver) {

@@ -18,7 +18,7 @@ namespace {
 
 // Every piece of output between record ends must be one whole record of ours.
 void expectWholeRecords(const std::string& content, const std::string& where) {
-    static const std::regex kRecord(R"(\[w\d\]\[V1\.8\.63 I [0-9:]+ \d+\]t\d-\d+ x{40})");
+    static const std::regex kRecord(R"(\[w\d\]\[V[0-9.]+ I [0-9:]+ \d+\]t\d-\d+ x{40})");
     size_t begin = 0;
     while (begin < content.size()) {
         const size_t end = content.find("\n\n", begin);

@@ -1,120 +1,105 @@
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include <qel/error.h>
 #include <qel/log.h>
+#include <qel/thread.h>
+#include <qel/timeutils.h>
 
 #include "support/test_support.h"
 
 using qeltest::runChild;
 
-using qeltest::parseRecords;
+namespace {
 
-TEST(LogRecordsTest, DefaultStateThresholdAndModuleLevels) {
+int minuteOfDay(const std::string& time) {
+    return std::atoi(time.substr(0, 2).c_str()) * 60 + std::atoi(time.substr(3, 2).c_str());
+}
+
+}  // namespace
+
+// What reaches the console, in order: the threshold, fields cut at their size, the error
+// slot in lower-case hexadecimal, the console switched off and on, the stamps of each record.
+TEST(LogRecordsTest, ThresholdFieldsErrnoAndStamps) {
+    // Looked up before the fork: the child, a copy of this thread, must stamp its own id.
+    const long parentId = qel::ThreadWrapper::getThreadId();
+    ASSERT_EQ(syscall(SYS_gettid), parentId);
     auto result = runChild([] {
         CHILD_CHECK(qelLogGetGlobalLevel() == QEL_LOG_INFO);
-        CHILD_CHECK(qelLogSimplify("cam", QEL_LOG_INFO, "one") == 0);
-        CHILD_CHECK(qelLogSimplify("cam", QEL_LOG_VERBOSE, "dropped") == 0);
+        qelLogSimplify("cam", QEL_LOG_VERBOSE, "dropped");
+        qelLogSimplify(std::string(200, 'm').c_str(), QEL_LOG_INFO, "long module");
         CHILD_CHECK(qelLogSetGlobalLevel(QEL_LOG_ERROR) == 0);
-        CHILD_CHECK(qelLogGetGlobalLevel() == QEL_LOG_ERROR);
-        CHILD_CHECK(qelLogSimplify("cam", QEL_LOG_WARNING, "dropped") == 0);
-        CHILD_CHECK(qelLogSimplify("cam", QEL_LOG_ERROR, "three") == 0);
+        qelLogSimplify("cam", QEL_LOG_WARNING, "dropped");
+        qelLogSimplify("cam", QEL_LOG_ERROR, std::string(2047, 'f').c_str());
         CHILD_CHECK(qelLogSetModuleLevel(QEL_MODULE_DEVICE, QEL_LOG_VERBOSE) == 0);
-        CHILD_CHECK(qelLogSimplify("cam", QEL_LOG_VERBOSE, "dropped") == 0);
+        qelLogSimplify("cam", QEL_LOG_VERBOSE, "dropped");
         CHILD_CHECK(qelLogSetGlobalLevel(static_cast<QelLogLevel>(-5)) == 0);
         CHILD_CHECK(qelLogGetGlobalLevel() == -5);
-        CHILD_CHECK(qelLogSimplify("cam", QEL_LOG_VERBOSE, "zero") == 0);
-        CHILD_CHECK(qelLogSimplify("cam", static_cast<QelLogLevel>(-3), "minus") == 0);
-        CHILD_CHECK(qelLogSetGlobalLevel(static_cast<QelLogLevel>(4)) == 0);
-        CHILD_CHECK(qelLogSimplify("cam", QEL_LOG_ERROR, "dropped") == 0);
-        return 0;
-    });
-    EXPECT_CHILD_OK(result);
-    const auto lines = parseRecords(result.out);
-    ASSERT_EQ(4u, lines.size()) << result.out;
-    EXPECT_EQ("one", lines[0].text);
-    EXPECT_EQ("I", lines[0].level);
-    EXPECT_EQ("three", lines[1].text);
-    EXPECT_EQ("E", lines[1].level);
-    EXPECT_EQ("zero", lines[2].text);
-    EXPECT_EQ("V", lines[2].level);
-    EXPECT_EQ("?", lines[3].level);
-    for (const auto& line : lines) {
-        EXPECT_EQ("cam", line.module);
-        EXPECT_EQ(result.pid, line.tid);  // the main thread's id is the process id
-    }
-    EXPECT_TRUE(qeltest::logFiles(result.dir).empty()) << "no file before the writer is on";
-}
-
-TEST(LogRecordsTest, ConsoleAndFileCarryTheSameBytes) {
-    auto result = runChild([] {
-        CHILD_CHECK(qelLogSimplify("early", QEL_LOG_INFO, "console only") == 0);
-        CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
-        CHILD_CHECK(qelLogConfigFileWriter(true) == 0);  // already on: no second file
-        CHILD_CHECK(qelLogWrite("dev", QEL_LOG_WARNING, "dev.c", 42, "open", "multi\nline") == 0);
-        CHILD_CHECK(qelLogWrite("dev", QEL_LOG_ERROR, nullptr, 0, nullptr, "") == 0);
-        CHILD_CHECK(qelLogSimplify(nullptr, QEL_LOG_INFO, nullptr) == 0);
-        return 0;
-    });
-    EXPECT_CHILD_OK(result);
-    const auto files = qeltest::logFiles(result.dir);
-    ASSERT_EQ(1u, files.size());
-    const std::string file = qeltest::readFile(files[0]);
-    ASSERT_FALSE(file.empty());
-    ASSERT_GE(result.out.size(), file.size());
-    // Everything logged after the file writer was switched on is in both, byte for byte.
-    EXPECT_EQ(result.out.substr(result.out.size() - file.size()), file);
-    EXPECT_EQ(0u, result.out.find("[early][V1.8.63 I "));
-    const auto recordsInFile = std::count(file.begin(), file.end(), '[') / 2;
-    EXPECT_EQ(3, recordsInFile);
-    EXPECT_NE(std::string::npos, file.find("]multi\nline\n\n"));
-    EXPECT_NE(std::string::npos, file.find("[][V1.8.63 I "));
-}
-
-TEST(LogRecordsTest, LongFieldsAreCutAndErrnoIsLoggedAtErrorLevel) {
-    auto result = runChild([] {
-        const std::string module(200, 'm');
-        CHILD_CHECK(qelLogSimplify(module.c_str(), QEL_LOG_INFO, "a") == 0);
-        const std::string fits(2047, 'f');
-        CHILD_CHECK(qelLogSimplify("t", QEL_LOG_INFO, fits.c_str()) == 0);
-        const std::string cut = std::string(2047, 'c') + "X";
-        CHILD_CHECK(qelLogSimplify("t", QEL_LOG_INFO, cut.c_str()) == 0);
+        qelLogSimplify("cam", static_cast<QelLogLevel>(-3), (std::string(2047, 'c') + "X").c_str());
         CHILD_CHECK(qelLogErrno("err") == 0);  // slot at 0: nothing is logged
-        *ErrnoLocal() = static_cast<int>(0x80300002u);
+        *ErrnoLocal() = static_cast<int>(0x8030010Au);
         CHILD_CHECK(qelLogErrno("err") == 0);
-        CHILD_CHECK(*ErrnoLocal() == static_cast<int>(0x80300002u));  // read, not cleared
-        return 0;
-    });
-    EXPECT_CHILD_OK(result);
-    const auto lines = parseRecords(result.out);
-    ASSERT_EQ(4u, lines.size());
-    EXPECT_EQ(std::string(127, 'm'), lines[0].module);
-    EXPECT_EQ(std::string(2047, 'f'), lines[1].text);
-    EXPECT_EQ(std::string(2047, 'c'), lines[2].text);
-    EXPECT_EQ("err", lines[3].module);
-    EXPECT_EQ("E", lines[3].level);
-    EXPECT_EQ("Errno:0x80300002", lines[3].text);
-}
-
-TEST(LogRecordsTest, WritersSwitchedOffAndOn) {
-    auto result = runChild([] {
+        CHILD_CHECK(*ErrnoLocal() == static_cast<int>(0x8030010Au));  // read, not cleared
         CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0);
         CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0);
-        CHILD_CHECK(qelLogSimplify("m", QEL_LOG_ERROR, "nowhere") == 0);
+        qelLogSimplify("cam", QEL_LOG_ERROR, "nowhere");
         CHILD_CHECK(qelLogConfigConsoleWriter(true) == 0);
         CHILD_CHECK(qelLogConfigConsoleWriter(true) == 0);  // no second connection
-        CHILD_CHECK(qelLogSimplify("m", QEL_LOG_ERROR, "once") == 0);
-        CHILD_CHECK(qelLogConfigFileWriter(false) == 0);  // off already: nothing happens
+        CHILD_CHECK(qelLogWrite(nullptr, QEL_LOG_WARNING, nullptr, 0, nullptr, nullptr) == 0);
+        std::thread([] {
+            qelLogSimplify("t", QEL_LOG_INFO, std::to_string(syscall(SYS_gettid)).c_str());
+        }).join();
+        // Two zones within one second: a broken-down time kept for the second without regard
+        // to the zone would repeat the first zone's hours.
+        setenv("TZ", "QEL-05:30", 1);
+        tzset();
+        qelLogSimplify("east", QEL_LOG_INFO, "");
+        setenv("TZ", "UTC0", 1);
+        tzset();
+        qelLogSimplify("utc", QEL_LOG_INFO, "");
+        // Each text is the timestamp taken just before its record; where the next one agrees,
+        // the record's time must be its tail after the last '-', milliseconds unpadded.
+        for (int i = 0; i < 500; ++i) {
+            qelLogSimplify("stamp", QEL_LOG_INFO, qel::localTimeFormat().c_str());
+        }
+        qelLogSimplify("stamp", QEL_LOG_INFO, qel::localTimeFormat().c_str());
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = parseRecords(result.out);
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ("once", lines[0].text);
+    const auto lines = qeltest::parseRecords(result.out);
+    ASSERT_EQ(509u, lines.size()) << result.out.substr(0, 10000);
+    const std::vector<std::vector<std::string>> expected = {
+        {std::string(127, 'm'), "I", "long module"},
+        {"cam", "E", std::string(2047, 'f')},
+        {"cam", "?", std::string(2047, 'c')},
+        {"err", "E", "Errno:0x8030010a"},
+        {"", "W", ""},
+    };
+    for (size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(expected[i], (std::vector<std::string>{lines[i].module, lines[i].level, lines[i].text}));
+        EXPECT_EQ(result.pid, lines[i].tid);  // the main thread's id is the process id
+    }
+    EXPECT_NE(parentId, lines[0].tid);
+    EXPECT_EQ(std::stol(lines[5].text), lines[5].tid);
+    EXPECT_NE(result.pid, lines[5].tid);
+    const int difference = (minuteOfDay(lines[6].time) - minuteOfDay(lines[7].time) + 1440) % 1440;
+    EXPECT_TRUE(difference == 330 || difference == 329) << lines[6].time << " " << lines[7].time;
+    int compared = 0;
+    for (size_t i = 8; i + 1 < lines.size(); ++i) {
+        if (lines[i].text == lines[i + 1].text) {
+            ASSERT_EQ(lines[i].text.substr(lines[i].text.rfind('-') + 1), lines[i].time);
+            ++compared;
+        }
+    }
+    EXPECT_GT(compared, 0);
+    EXPECT_TRUE(qeltest::logFiles(result.dir).empty()) << "no file before the writer is on";
 }
 
 namespace {
@@ -147,12 +132,12 @@ TEST(LogRecordsTest, LoggingAtExitAfterTheManagerIsGoneIsHarmless) {
         atexit(logFromAtExit);   // registered before the manager: runs after it is gone
         *ErrnoLocal() = static_cast<int>(0x80300206u);
         CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
-        CHILD_CHECK(qelLogSimplify("main", QEL_LOG_INFO, "running") == 0);
+        qelLogSimplify("main", QEL_LOG_INFO, "running");
         static EarlyLogger early;  // built after the manager, so destroyed before it
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = parseRecords(result.out);
+    const auto lines = qeltest::parseRecords(result.out);
     ASSERT_EQ(2u, lines.size()) << result.out;
     EXPECT_EQ("running", lines[0].text);
     EXPECT_EQ("before the manager goes", lines[1].text);

@@ -1,0 +1,379 @@
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <qel/critical_section.h>
+#include <qel/file.h>
+#include <qel/timeutils.h>
+
+#include "platform/event_impl.h"
+#include "platform/thread_impl.h"
+#include "support/test_support.h"
+
+using namespace qel;
+using Clock = std::chrono::steady_clock;
+
+// Polls for up to 30 s.
+template <typename Condition>
+static bool eventually(Condition condition) {
+    const auto end = Clock::now() + std::chrono::seconds(30);
+    bool met;
+    while (!(met = condition()) && Clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return met;
+}
+
+// No increment is lost and no value handed out twice; each call returns the new value,
+// wrapping at the ends of the range. An owner that entered twice and left once still holds.
+TEST(CriticalSectionTest, CountersAndRecursiveEntry) {
+    constexpr int kPerThread = 300000;
+    int counter = 0;
+    std::vector<std::atomic<char>> seen(2 * kPerThread + 1);
+    auto work = [&] {
+        for (int i = 0; i < kPerThread; ++i) {
+            seen[CriticalSectionWrapper::atomic32Increment(&counter)]++;
+        }
+    };
+    std::thread first(work), second(work);
+    first.join();
+    second.join();
+    EXPECT_EQ(2 * kPerThread, counter);
+    EXPECT_EQ(2 * kPerThread, std::count(seen.begin() + 1, seen.end(), 1));
+    counter = INT_MAX;
+    EXPECT_EQ(INT_MIN, CriticalSectionWrapper::atomic32Increment(&counter));
+    EXPECT_EQ(INT_MAX, CriticalSectionWrapper::atomic32Decrement(&counter));
+
+    std::unique_ptr<CriticalSectionWrapper> section(CriticalSectionWrapper::create());
+    section->enter();
+    section->enter();
+    section->leave();
+    std::atomic<bool> entered{false};
+    std::thread other([&] {
+        section->enter();
+        entered = true;
+        section->leave();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(entered);
+    section->leave();
+    other.join();
+}
+
+// Each set is consumed by one wait, several sets before it count as one, reset clears it.
+// Our choice: a negative time-out other than -1 only looks, as 0 does.
+TEST(EventTest, EachSetIsConsumedByOneWait) {
+    std::unique_ptr<EventWrapper> event(EventWrapper::create());
+    EXPECT_EQ(-100, event->wait(0));
+    event->set();
+    event->set();
+    EXPECT_EQ(0, event->wait(-1));
+    EXPECT_EQ(-100, event->wait(-2));
+    event->set();
+    EXPECT_EQ(0, event->reset());
+    EXPECT_EQ(-100, event->wait(0));
+    for (int timeout : {-2, -1500, INT_MIN}) {
+        EXPECT_EQ(0, event->set());
+        EXPECT_EQ(0, event->wait(timeout));
+    }
+    // Late, never early; the milliseconds past a whole second carry into the seconds.
+    const auto start = Clock::now();
+    EXPECT_EQ(-100, event->wait(100));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(99));
+    const timespec deadline = EventImpl::deadlineAfter(timeval{10, 600000}, 1500);
+    EXPECT_EQ(12, deadline.tv_sec);
+    EXPECT_EQ(100000000L, deadline.tv_nsec);
+
+    // Of two waiters, one set releases one; the other goes back to sleep until a second.
+    std::atomic<int> released{0};
+    auto waitFor = [&](int timeoutMs) { released += event->wait(timeoutMs) == 0; };
+    std::thread one(waitFor, -1), two(waitFor, 60000);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    event->set();
+    ASSERT_TRUE(eventually([&] { return released > 0; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(1, released);
+    event->set();
+    one.join();
+    two.join();
+    EXPECT_EQ(2, released);
+}
+
+// Each unit is the monotonic nanosecond clock truncated, so bracketed by nanosecond reads it
+// lies between their truncations. A sleep of more than a second needs both fields.
+TEST(TimeUtilsTest, ClocksAgreeAndSleepLongEnough) {
+    for (int i = 0; i < 100000; ++i) {
+        const uint64_t before = timeNanos(), millis = time(), micros = timeMicros(), after = timeNanos();
+        ASSERT_TRUE(before / 1000000 <= millis && millis <= after / 1000000);
+        ASSERT_TRUE(before / 1000 <= micros && micros <= after / 1000);
+    }
+    const auto steady = std::chrono::steady_clock::now().time_since_epoch();
+    EXPECT_NEAR(timeNanos(), std::chrono::duration_cast<std::chrono::nanoseconds>(steady).count(), 1e9);
+    EXPECT_EQ(600u, timeDiff(1000u, 400u));
+    EXPECT_EQ(7u, timeDiff(5u, 4294967294u));  // the later reading wrapped around
+    const auto start = Clock::now();
+    sleepMs(-1500);
+    sleepMs(1050);
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(1050));
+}
+
+// In a zone with a half-hour offset the text, read back as local time, must lie between
+// wall-clock reads around the call: UTC, or the offset applied twice or with the wrong sign,
+// falls outside. Milliseconds are unpadded; a change of zone shows at once.
+TEST(TimeUtilsTest, LocalTimeFormatFollowsTheWallClockInLocalTime) {
+    const std::regex shape(R"(\d{4}-\d\d-\d\d-\d\d:\d\d:\d\d:(0|[1-9]\d{0,2}))");
+    for (const auto& zone : {std::make_pair("QEL-05:30", 5 * 3600 + 30 * 60), {"UTC0", 0}}) {
+        setenv("TZ", zone.first, 1);
+        tzset();
+        for (int i = 0; i < 200; ++i) {
+            timeval before = {}, after = {};
+            gettimeofday(&before, nullptr);
+            const std::string text = localTimeFormat();
+            gettimeofday(&after, nullptr);
+            ASSERT_TRUE(std::regex_match(text, shape)) << text;
+            tm fields = {};
+            const int millis = std::atoi(strptime(text.c_str(), "%Y-%m-%d-%H:%M:%S:", &fields));
+            const int64_t stamped = (timegm(&fields) - zone.second) * int64_t{1000} + millis;
+            ASSERT_GE(stamped, before.tv_sec * int64_t{1000} + before.tv_usec / 1000 - 1) << text;
+            ASSERT_LE(stamped, after.tv_sec * int64_t{1000} + after.tv_usec / 1000 + 1) << text;
+        }
+    }
+}
+
+class FileTest : public ::testing::Test {
+protected:
+    std::unique_ptr<FileWrapper> open(const std::string& name, bool readOnly, bool loop = false) {
+        std::unique_ptr<FileWrapper> file(FileWrapper::create());
+        EXPECT_EQ(0, file->openFile(name.c_str(), readOnly, loop, false)) << name;
+        return file;
+    }
+    qeltest::TempDir m_folder;
+};
+
+// A looping read starts again at 0 once it begins at the end; the first open wins. Our
+// choice for a null name: -1, with the object and its name untouched.
+TEST_F(FileTest, OpenModesAndLoopingReads) {
+    const std::string existing = m_folder / "existing", other = m_folder / "other";
+    qeltest::writeFile(existing, "0123456789");
+    for (bool loop : {true, false}) {
+        auto reader = open(existing, true, loop);
+        char buffer[5] = {};
+        EXPECT_EQ(4, reader->read(buffer, 4));
+        EXPECT_EQ(4, reader->read(buffer, 4));
+        EXPECT_EQ(2, reader->read(buffer, 4));
+        EXPECT_EQ(loop ? 4 : 0, reader->read(buffer, 4));
+        EXPECT_EQ(loop ? "0123" : "8967", std::string(buffer)) << loop;
+        EXPECT_EQ(0, reader->rewind());
+        EXPECT_EQ(1, reader->read(buffer, 1));
+        EXPECT_EQ('0', buffer[0]);
+        EXPECT_EQ(0, reader->openFile(other.c_str(), false, false, false));
+        EXPECT_EQ(-1, reader->openFile(nullptr, false, false, false));
+        EXPECT_EQ(existing, reader->getFileName());
+        EXPECT_EQ(10, reader->fileSize());
+    }
+    EXPECT_NE(0, access(other.c_str(), F_OK));
+    EXPECT_EQ(0, open(existing, false)->fileSize());  // a write open empties the file
+    std::unique_ptr<FileWrapper> absent(FileWrapper::create());
+    EXPECT_EQ(-1, absent->openFile(other.c_str(), true, false, false));
+    EXPECT_FALSE(absent->open());
+    EXPECT_EQ(-1, absent->write("x", 1));
+}
+
+// Only bytes of write() made under a limit count: not head writes, not formatted text, not
+// unlimited writes. A head write keeps a farther write position. Our choice: a limit of 2^63
+// or more is the largest one, still counted; a negative count or a null buffer moves nothing.
+TEST_F(FileTest, HeadWritesTheLimitAndBadArguments) {
+    const std::string name = m_folder / "limited";
+    auto file = open(name, false);
+    const std::string block(60, 'L');
+    EXPECT_EQ(10, file->writetohead("0123456789", 10));
+    EXPECT_EQ(13, file->writeText("%s", "abc"));
+    EXPECT_EQ(47, file->write(block.data(), 47));
+    file->setMaxFileSize(100);
+    EXPECT_EQ(10, file->writetohead("ABCDEFGHIJ", 10));
+    EXPECT_EQ(63, file->writeText("%s", "abc"));
+    for (int expected : {60, 40, 0}) {
+        EXPECT_EQ(expected, file->write(block.data(), 60));
+    }
+    file->setMaxFileSize(0);
+    EXPECT_EQ(60, file->write(block.data(), 60));
+    file->setMaxFileSize(50);
+    EXPECT_EQ(0, file->write(block.data(), 1));
+    for (const void* buffer : {static_cast<const void*>(nullptr), static_cast<const void*>("z")}) {
+        EXPECT_EQ(-1, file->write(buffer, buffer ? -1 : 16));
+        EXPECT_EQ(-1, file->writetohead(buffer, buffer ? INT_MIN : 16));
+    }
+    char buffer[] = "########";
+    EXPECT_EQ(0, file->fileName(buffer, 0));
+    EXPECT_EQ(5, file->fileName(buffer, 5));
+    EXPECT_EQ(name.substr(0, 4), buffer);
+    file->closeFile();
+    EXPECT_EQ("ABCDEFGHIJabc" + std::string(47, 'L') + "abc" + std::string(160, 'L'),
+              qeltest::readFile(name));
+    file = open(m_folder / "huge", false);
+    file->setMaxFileSize(ULONG_MAX);
+    EXPECT_EQ(60, file->write(block.data(), 60));
+    file->setMaxFileSize(100);
+    EXPECT_EQ(40, file->write(block.data(), 60));
+}
+
+// A sparse file just over 4 GiB: sizes and read offsets must not be cut to 32 bits, and the
+// wrap of a looping read must compare the full end.
+TEST_F(FileTest, OffsetsBeyondFourGigabytes) {
+    std::string name = (access("/dev/shm", W_OK) == 0 ? "/dev/shm" : m_folder.path()) + "/qel_XXXXXX";
+    const int fd = mkstemp(&name[0]);
+    ASSERT_GE(fd, 0);
+    const int64_t markerAt = (int64_t{1} << 32) + 16;
+    const bool written = pwrite(fd, "MARK", 4, markerAt) == 4;
+    close(fd);
+    auto file = open(name, true, true);
+    unlink(name.c_str());
+    if (!written) {
+        GTEST_SKIP() << "no room for a sparse file of 4 GiB";
+    }
+    EXPECT_EQ(markerAt + 4, file->fileSize());
+    std::vector<char> buffer(1 << 18);
+    for (int64_t at = 0; at < markerAt; at += buffer.size()) {
+        const int count = static_cast<int>(std::min<int64_t>(buffer.size(), markerAt - at));
+        ASSERT_EQ(count, file->read(buffer.data(), count)) << at;
+    }
+    char marker[8] = {};
+    EXPECT_EQ(4, file->read(marker, 8));
+    EXPECT_STREQ("MARK", marker);
+    EXPECT_EQ(8, file->read(marker, 8));  // ended exactly at the end: the next starts at 0
+    EXPECT_EQ('\0', marker[0]);
+}
+
+// The resolved path and its zero must fit: one byte short is refused, the buffer untouched.
+TEST_F(FileTest, FullPathNames) {
+    char real[PATH_MAX], out[PATH_MAX];
+    ASSERT_NE(nullptr, realpath(m_folder.path().c_str(), real));
+    const std::string twisted = m_folder.path() + "/./../" + basename(real);
+    const unsigned int size = strlen(real) + 1;
+    memset(out, '#', sizeof(out));
+    EXPECT_EQ(-1, getFullPathName(twisted.c_str(), out, size - 1));
+    EXPECT_EQ('#', out[0]);
+    EXPECT_EQ(0, getFullPathName(twisted.c_str(), out, size));
+    EXPECT_STREQ(real, out);
+    EXPECT_EQ(-1, getFullPathName((m_folder / "missing").c_str(), out, sizeof(out)));
+    EXPECT_EQ(-1, getFullPathName(nullptr, out, sizeof(out)));
+    EXPECT_EQ(-1, getFullPathName(real, nullptr, sizeof(out)));
+}
+
+namespace qel {
+
+// Reaches into a thread object to hold its new thread before it comes up.
+class ThreadImplTestPeer {
+public:
+    static CriticalSectionWrapper& critSect(ThreadImpl& thread) { return *thread.m_critSect; }
+    // The request of stop() without its join, which the held thread could not answer: with
+    // the handle hidden for the call, stop() finds nothing to wait for.
+    static void requestStop(ThreadImpl& thread) {
+        const pthread_t handle = thread.m_thread;
+        thread.m_thread = 0;
+        EXPECT_EQ(0, thread.stop());
+        thread.m_thread = handle;
+    }
+};
+
+}  // namespace qel
+
+// Counts its calls, records its thread, and asks to be called again while `keepGoing`.
+struct Runner {
+    std::atomic<int> calls{0};
+    std::atomic<long> threadId{0};
+    std::atomic<bool> keepGoing{true};
+    static bool run(void* object) {
+        Runner* self = static_cast<Runner*>(object);
+        self->threadId = ThreadWrapper::getThreadId();
+        ++self->calls;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return self->keepGoing;
+    }
+};
+
+// The system shows the name under the new thread's own id: Linux keeps 15 characters, and
+// an empty name keeps the creator's.
+TEST(ThreadTest, TheSystemShowsTheNameAndId) {
+    auto shownName = [](long threadId) {
+        std::ifstream comm("/proc/self/task/" + std::to_string(threadId) + "/comm");
+        std::string name;
+        std::getline(comm, name);
+        return name;
+    };
+    const std::pair<const char*, std::string> cases[] = {
+        {nullptr, "QEL_THREAD"}, {"abcdefghijklmnopqrst", "abcdefghijklmno"}, {"", shownName(getpid())}};
+    for (const auto& c : cases) {
+        Runner runner;
+        std::unique_ptr<ThreadWrapper> thread(ThreadWrapper::createThread(&Runner::run, &runner, c.first));
+        ASSERT_EQ(0, thread->start());
+        ASSERT_TRUE(eventually([&] { return runner.calls > 0; }));
+        EXPECT_EQ(c.second, shownName(runner.threadId));
+    }
+}
+
+// Our choice: with no thread to wait for, stop() gives 0 without a join. Real-time
+// scheduling depends on the machine: a refusal is accepted.
+TEST(ThreadTest, RunsUntilStoppedOrUntilTheRunFunctionSaysNo) {
+    Runner runner;
+    std::unique_ptr<ThreadWrapper> thread(ThreadWrapper::createThread(&Runner::run, &runner, "loop"));
+    EXPECT_EQ(0, thread->stop());
+    EXPECT_EQ(-3, thread->setPriority(PriorityTop));
+    ASSERT_EQ(0, thread->start());
+    ASSERT_TRUE(eventually([&] { return runner.calls >= 3; }));
+    EXPECT_EQ(-3, thread->start());  // already running: no second thread
+    const int result = thread->setPriority(PriorityTop);
+    EXPECT_TRUE(result == 0 || result == -1) << result;
+    EXPECT_EQ(0, thread->stop());
+    const int calls = runner.calls;
+    EXPECT_EQ(0, thread->stop());
+    EXPECT_EQ(-3, thread->setPriority(PriorityLow));
+    // A run function that returns false is called once, and the object can start again
+    // straight away, without a stop in between.
+    runner.keepGoing = false;
+    for (int round = 1; round <= 2; ++round) {
+        ASSERT_TRUE(eventually([&] { return thread->start() == 0; }));
+        ASSERT_TRUE(eventually([&] { return runner.calls == calls + round; }));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(calls + 2, runner.calls);
+}
+
+// The test holds the object's critical section, so its new thread cannot come up and start()
+// times out. A second start() must not create another thread, and a stop request made then
+// must survive the thread's coming up: it ends without calling the run function.
+TEST(ThreadTest, StartThatTimedOut) {
+    Runner runner;
+    ThreadImpl thread(&Runner::run, &runner, "late");
+    CriticalSectionWrapper& section = ThreadImplTestPeer::critSect(thread);
+    section.enter();
+    EXPECT_EQ(-100, thread.start());
+    EXPECT_EQ(-3, thread.start());
+    ThreadImplTestPeer::requestStop(thread);
+    section.leave();
+    EXPECT_EQ(0, thread.stop());
+    EXPECT_EQ(0, runner.calls);
+    ASSERT_EQ(0, thread.start());  // afterwards the object works as usual
+    ASSERT_TRUE(eventually([&] { return runner.calls > 0; }));
+}
+
+TEST(ThreadTest, PriorityStepsOnTheSystemRange) {
+    const int steps[] = {PriorityLow, PriorityMiddle, PriorityHigh, PriorityHigher, PriorityTop, 0, 6, -1};
+    const int onLinux[] = {2, 49, 96, 97, 98, 2, 2, 2}, narrowest[] = {1, 1, 1, 1, 2, 1, 1, 1};
+    for (int i = 0; i < 8; ++i) {
+        EXPECT_EQ(onLinux[i], convertPriority(static_cast<ThreadPriority>(steps[i]), 1, 99)) << i;
+        EXPECT_EQ(narrowest[i], convertPriority(static_cast<ThreadPriority>(steps[i]), 0, 3)) << i;
+    }
+}
