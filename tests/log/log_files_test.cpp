@@ -1,30 +1,58 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include <qel/error.h>
 #include <qel/log.h>
 
+#include "log/qel_log.h"
 #include "support/test_support.h"
 
-using qeltest::logFiles;
-using qeltest::readFile;
-using qeltest::runChild;
+using namespace qeltest;
+
+namespace {
+
+const int kFileOpen = static_cast<int>(0x80300002u);
+
+int modeOf(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? (status.st_mode & 07777) : -1;
+}
+
+// The texts of the records in the log files of `dir`, each followed by '|'.
+std::string textsIn(const std::string& dir) {
+    std::string texts;
+    for (const auto& record : parseRecords(concatenatedLogs(dir))) {
+        texts += record.text + "|";
+    }
+    return texts;
+}
+
+}  // namespace
 
 // Records longer than the limit spread over several files: every file but the newest is
-// exactly the limit, none is overwritten, and together they hold byte for byte what the
-// console printed once the writer was on.
-TEST(LogFilesTest, ConsoleAndFilesCarryTheSameBytesSplitExactlyAtTheLimit) {
-    constexpr size_t kLimit = 100;
+// exactly the limit, and together they hold byte for byte what the console printed once the
+// writer was on. Bytes written without a limit are not counted; a limit below what the
+// current file holds sends the next record whole to a new file.
+TEST(LogFilesTest, FilesSplitExactlyAtTheLimit) {
     auto result = runChild([] {
         qelLogSimplify("early", QEL_LOG_INFO, "console only");
-        CHILD_CHECK(qelLogSetMaxSize(kLimit) == 0);
-        CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
-        CHILD_CHECK(qelLogConfigFileWriter(true) == 0);  // already on: no second connection
-        qelLogWrite("dev", QEL_LOG_WARNING, "dev.c", 42, "open", "multi line");
+        CHILD_CHECK(qelLogSetMaxSize(100) == 0);
+        CHILD_CHECK(qelLogConfigFileWriter(true) == 0 && qelLogConfigFileWriter(true) == 0);
         for (int i = 0; i < 30; ++i) {
-            const std::string text = std::to_string(i) + ":" + std::string(i * 17 % 260, 'a' + i % 26);
-            qelLogSimplify("rot", QEL_LOG_INFO, text.c_str());
+            qelLogSimplify("rot", QEL_LOG_INFO, std::string(i * 17 % 260, 'a' + i % 26).c_str());
         }
+        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogSetFileFolder("big") == 0);
+        CHILD_CHECK(qelLogSetMaxSize(0) == 0);
+        for (int i = 0; i < 12; ++i) {
+            CHILD_CHECK(i != 10 || qelLogSetMaxSize(3000) == 0);
+            qelLogSimplify("big", QEL_LOG_INFO, std::string(2000, 'n').c_str());
+        }
+        CHILD_CHECK(qelLogSetMaxSize(1000) == 0);
+        qelLogSimplify("small", QEL_LOG_INFO, "whole");
         return 0;
     });
     EXPECT_CHILD_OK(result);
@@ -32,40 +60,81 @@ TEST(LogFilesTest, ConsoleAndFilesCarryTheSameBytesSplitExactlyAtTheLimit) {
     ASSERT_GT(files.size(), 10u);
     for (size_t i = 0; i < files.size(); ++i) {
         const size_t size = readFile(files[i]).size();
-        EXPECT_TRUE(i + 1 < files.size() ? size == kLimit : size > 0 && size <= kLimit) << size;
+        EXPECT_TRUE(i + 1 < files.size() ? size == 100 : size > 0 && size <= 100) << size;
     }
-    const auto records = qeltest::parseRecords(result.out);
-    ASSERT_EQ(32u, records.size());
-    EXPECT_EQ(result.out.substr(result.out.find("[dev]")), qeltest::concatenatedLogs(result.dir));
+    EXPECT_EQ(31u, parseRecords(result.out).size());
+    EXPECT_EQ(result.out.substr(result.out.find("[rot]")), concatenatedLogs(result.dir));
+    const auto big = logFiles(result.dir + "/big");
+    ASSERT_EQ(3u, big.size());
+    const std::string first = readFile(big[0]), second = readFile(big[1]);
+    EXPECT_EQ(10 * first.find("[big]", 1) + 3000, first.size());  // counted from the limit on
+    EXPECT_EQ(std::string(10, 'n'), second.substr(0, 10));       // the rest of the record
+    EXPECT_GT(second.size(), 1000u);
+    EXPECT_EQ(0u, readFile(big[2]).find("[small]"));
 }
 
-TEST(LogFilesTest, LimitChangesApplyToTheCurrentFile) {
+// Every missing level is made with mode 0755. A level to be made must fit the 256-byte level
+// buffer with a "/" and a zero: a longer one is refused rather than cut.
+TEST(LogFilesTest, CreatesEveryMissingLevelAndRefusesOverlongOnes) {
     auto result = runChild([] {
-        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0);
-        CHILD_CHECK(qelLogSetMaxSize(0) == 0);  // no limit
-        CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
-        const std::string text(2000, 'n');
-        for (int i = 0; i < 10; ++i) {
-            qelLogSimplify("big", QEL_LOG_INFO, text.c_str());
+        umask(022);
+        char cwd[4096];
+        CHILD_CHECK(getcwd(cwd, sizeof(cwd)) != nullptr);
+        for (const std::string& path : {std::string("./"), std::string(""), std::string("a/b"), std::string("a/b"),
+                                        std::string("t/x/"), std::string(254, 'a'), std::string(cwd) + "/abs/y",
+                                        std::string(126, 'c') + "/" + std::string(127, 'd')}) {
+            CHILD_CHECK(qel::QelLog::createLogDirectory(path) == 0);
+            CHILD_CHECK(path.size() < 3 || modeOf(path) == 0755);
         }
-        // Bytes written without a limit are not counted: the file takes up to the new limit more.
-        CHILD_CHECK(qelLogSetMaxSize(3000) == 0);
-        qelLogSimplify("big", QEL_LOG_INFO, text.c_str());
-        CHILD_CHECK(logFiles(".").size() == 1);
-        qelLogSimplify("big", QEL_LOG_INFO, text.c_str());
-        CHILD_CHECK(logFiles(".").size() == 2);
-        // A limit below what the current file holds: the next record goes whole to a new file.
-        CHILD_CHECK(qelLogSetMaxSize(1000) == 0);
-        qelLogSimplify("small", QEL_LOG_INFO, "whole");
+        CHILD_CHECK(modeOf("a") == 0755 && modeOf("t") == 0755 && *ErrnoLocal() == 0);
+        CHILD_CHECK(qel::QelLog::createLogDirectory(std::string(255, 'b')) == -1);
+        CHILD_CHECK(qel::QelLog::createLogDirectory(std::string(127, 'e') + "/" + std::string(127, 'f')) == -1);
+        CHILD_CHECK(*ErrnoLocal() == kFileOpen);
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto files = logFiles(result.dir);
-    ASSERT_EQ(3u, files.size());
-    const std::string first = readFile(files[0]), second = readFile(files[1]);
-    EXPECT_EQ('n', first.back());  // split inside the text of the twelfth record
-    EXPECT_EQ(std::string(10, 'n'), second.substr(0, 10));
-    EXPECT_EQ(10 * first.find("[big]", 1) + 3000, first.size());  // counted from the limit on
-    EXPECT_GT(second.size(), 1000u);  // counted since the limit came, more than the new one
-    EXPECT_EQ(0u, readFile(files[2]).find("[small]"));
+    EXPECT_EQ("", result.err);
+}
+
+// Spaces are trimmed, backslashes read as slashes; refusals before anything is made change
+// nothing. A folder that cannot be made moves logging into a new file in the working folder
+// and says so once; switching the writer off and on forgets a folder; a deleted file is
+// replaced. The error slot keeps the last failure.
+TEST(LogFilesTest, SettingTheFolder) {
+    const std::string longest = std::string(64, 'x') + "/" + std::string(63, 'y');
+    const std::string tooLong = std::string(64, 'x') + "/" + std::string(64, 'z');
+    auto result = runChild([&] {
+        CHILD_CHECK(qelLogSetFileFolder("  logs  ") == 0);  // writer was off: now on
+        qelLogSimplify("m", QEL_LOG_INFO, "in logs");
+        CHILD_CHECK(logFiles("logs").size() == 1);
+        CHILD_CHECK(qelLogSetFileFolder("a\\b\\c") == 0 && *ErrnoLocal() == 0);
+        for (const char* blank : {"", "   ", static_cast<const char*>(nullptr)}) {
+            *ErrnoLocal() = 0;
+            CHILD_CHECK(qelLogSetFileFolder(blank) == -1 && *ErrnoLocal() == static_cast<int>(0x80300206u));
+        }
+        CHILD_CHECK(qelLogSetFileFolder(tooLong.c_str()) == -1 && *ErrnoLocal() == kFileOpen);
+        qelLogSimplify("m", QEL_LOG_INFO, "in a/b/c");
+        CHILD_CHECK(qelLogSetFileFolder(("  " + longest + " ").c_str()) == 0);  // 128 trimmed
+        writeFile("plain", "x");
+        CHILD_CHECK(qelLogSetFileFolder("plain/sub") == -1 && *ErrnoLocal() == kFileOpen);
+        qelLogSimplify("m", QEL_LOG_INFO, "fallback");
+        CHILD_CHECK(qelLogSetFileFolder("logs") == 0);
+        for (const auto& path : logFiles("logs")) {
+            unlink(path.c_str());
+        }
+        qelLogSimplify("m", QEL_LOG_INFO, "replaced");
+        CHILD_CHECK(qelLogConfigFileWriter(false) == 0 && qelLogConfigFileWriter(true) == 0);
+        qelLogSimplify("m", QEL_LOG_INFO, "after reopen");
+        CHILD_CHECK(*ErrnoLocal() == kFileOpen);  // never cleared by a success
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
+    EXPECT_EQ(0u, result.err.find("mkdir error: "));
+    EXPECT_EQ(1u, countOf(result.err, "mkdir error"));
+    EXPECT_EQ("replaced|", textsIn(result.dir + "/logs"));
+    EXPECT_EQ("in a/b/c|", textsIn(result.dir + "/a/b/c"));
+    EXPECT_EQ("fallback|after reopen|", textsIn(result.dir));
+    EXPECT_EQ(1u, logFiles(result.dir + "/" + longest).size());
+    EXPECT_EQ(-1, modeOf(result.dir + "/" + tooLong));
+    EXPECT_EQ(-1, modeOf(result.dir + "/plain/sub"));
 }

@@ -1,20 +1,16 @@
 #include "support/test_support.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <ftw.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -22,9 +18,7 @@ namespace qeltest {
 
 TempDir::TempDir() {
     char pattern[] = "/tmp/qel-test-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) {
-        ADD_FAILURE() << "cannot make a temporary folder";
-    }
+    EXPECT_NE(nullptr, mkdtemp(pattern)) << "cannot make a temporary folder";
     m_path = pattern;
 }
 
@@ -36,40 +30,23 @@ ChildResult runChild(const std::function<int()>& body, int timeoutSeconds) {
     ChildResult result;
     result.folder = std::make_shared<TempDir>();
     result.dir = result.folder->path();
-    const std::string outPath = *result.folder / ".stdout";
-    const std::string errPath = *result.folder / ".stderr";
+    const std::string outPath = *result.folder / ".stdout", errPath = *result.folder / ".stderr";
     fflush(nullptr);
-    const pid_t pid = fork();
-    result.pid = pid;
-    if (pid == 0) {
-        if (chdir(result.dir.c_str()) != 0) {
+    result.pid = fork();
+    if (result.pid == 0) {
+        // SIGALRM ends a child that hangs; a body that wants the alarm for itself re-arms it.
+        alarm(timeoutSeconds);
+        if (chdir(result.dir.c_str()) != 0 || !freopen(outPath.c_str(), "w", stdout) ||
+            !freopen(errPath.c_str(), "w", stderr)) {
             _exit(120);
         }
-        const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(out, 1);
-        dup2(err, 2);
-        close(out);
-        close(err);
         exit(body());
     }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(timeoutSeconds);
     int status = 0;
-    while (waitpid(pid, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            status = -1;
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    result.finished = status != -1;
-    if (result.finished && WIFEXITED(status)) {
-        result.exitCode = WEXITSTATUS(status);
-    } else if (result.finished && WIFSIGNALED(status)) {
-        result.signal = WTERMSIG(status);
-    }
+    waitpid(result.pid, &status, 0);
+    result.finished = !WIFSIGNALED(status) || WTERMSIG(status) != SIGALRM;
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     result.out = readFile(outPath);
     result.err = readFile(errPath);
     return result;
@@ -77,27 +54,23 @@ ChildResult runChild(const std::function<int()>& body, int timeoutSeconds) {
 
 std::vector<Record> parseRecords(const std::string& output) {
     static const std::regex kRecord(
-        R"(\[([^\]]*)\]\[V)" + std::regex_replace(std::string(QELTEST_VERSION), std::regex(R"(\.)"), R"(\.)") +
+        R"(\[([^\]]*)\]\[V)" + std::regex_replace(QELTEST_VERSION, std::regex(R"(\.)"), R"(\.)") +
         R"( ([VIWE?]) (\d{2}:\d{2}:\d{2}:(?:0|[1-9]\d{0,2})) (\d+)\]([^\n]*)\n\n)");
     std::vector<Record> records;
-    auto begin = output.cbegin();
     std::smatch match;
-    while (begin != output.cend()) {
-        if (!std::regex_search(begin, output.cend(), match, kRecord,
-                               std::regex_constants::match_continuous)) {
-            ADD_FAILURE() << "not a record: " << std::string(begin, output.cend()).substr(0, 200);
+    for (auto at = output.cbegin(); at != output.cend(); at = match[0].second) {
+        if (!std::regex_search(at, output.cend(), match, kRecord, std::regex_constants::match_continuous)) {
+            ADD_FAILURE() << "not a record: " << std::string(at, output.cend()).substr(0, 200);
             break;
         }
         records.push_back({match[1], match[2], match[3], match[5], std::stol(match[4])});
-        begin = match[0].second;
     }
     return records;
 }
 
 std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream content;
-    content << in.rdbuf();
+    content << std::ifstream(path, std::ios::binary).rdbuf();
     return content.str();
 }
 
@@ -106,37 +79,33 @@ void writeFile(const std::string& path, const std::string& bytes) {
 }
 
 void removeTree(const std::string& path) {
-    auto removeOne = [](const char* name, const struct stat*, int, struct FTW*) {
-        remove(name);
-        return 0;
-    };
+    auto removeOne = [](const char* name, const struct stat*, int, struct FTW*) { return remove(name), 0; };
     nftw(path.c_str(), removeOne, 16, FTW_DEPTH | FTW_PHYS);
 }
 
 size_t countOf(const std::string& text, const std::string& needle) {
     size_t count = 0;
-    for (size_t at = text.find(needle); at != std::string::npos;
-         at = text.find(needle, at + needle.size())) {
+    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + needle.size())) {
         ++count;
     }
     return count;
 }
 
 std::vector<std::string> logFiles(const std::string& dir) {
+    // The milliseconds are unpadded: the names sort by their seven numbers, not as text.
     static const std::regex kName(R"(QelLog(\d+)-(\d+)-(\d+)-(\d+)-(\d+)-(\d+)-(\d+)\.log)");
-    std::vector<std::pair<std::array<long, 7>, std::string>> found;
-    if (DIR* handle = opendir(dir.c_str())) {
-        while (dirent* entry = readdir(handle)) {
-            std::cmatch match;
-            if (std::regex_match(entry->d_name, match, kName)) {
-                std::array<long, 7> time;
-                for (size_t i = 0; i < time.size(); ++i) {
-                    time[i] = std::stol(match[i + 1].str());
-                }
-                found.emplace_back(time, dir + "/" + entry->d_name);
+    std::vector<std::pair<std::vector<long>, std::string>> found;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(dir, error)) {
+        std::smatch match;
+        const std::string name = entry.path().filename().string();
+        if (std::regex_match(name, match, kName)) {
+            std::vector<long> time;
+            for (size_t i = 1; i < match.size(); ++i) {
+                time.push_back(std::stol(match[i]));
             }
+            found.emplace_back(time, dir + "/" + name);
         }
-        closedir(handle);
     }
     std::sort(found.begin(), found.end());
     std::vector<std::string> paths;
