@@ -19,9 +19,10 @@ constexpr int kErrorInvalidParameter = static_cast<int>(0x80300206u);
 constexpr unsigned int kErrorCategoryCount = 6;
 constexpr unsigned int kErrorIndexCount = 175;
 
-// Returns the table's text for `category` and `index`, or null for an empty slot or one
-// outside the table. Applies none of the lookup rules of errorGetErrorCodeString (a base
-// code of any category has its text here). Constant data; any thread may call it.
+// Returns the table's text for `category` (below kErrorCategoryCount) and `index` (below
+// kErrorIndexCount), or null for an empty slot. Applies none of the lookup rules of
+// errorGetErrorCodeString (a base code of any category has its text here). Constant data;
+// any thread may call it.
 const char* errorTableEntry(unsigned int category, unsigned int index);
 
 // Stores `code` in the error slot and returns -1, so a failure path is one line.

@@ -331,9 +331,6 @@ constexpr MessageTable kMessageTable = buildTable();
 }  // namespace
 
 const char* errorTableEntry(unsigned int category, unsigned int index) {
-    if (category >= kErrorCategoryCount || index >= kErrorIndexCount) {
-        return nullptr;
-    }
     return kMessageTable[category * kErrorIndexCount + index];
 }
 

@@ -23,8 +23,8 @@ public:
     int wait(int timeoutMs) override;
 
     // The absolute time `timeoutMs` (0 or more) after the wall-clock reading `now`, with
-    // the nanoseconds below one second. Inline, so it stays inside the library.
-    static timespec deadlineAfter(const timeval& now, int timeoutMs) {
+    // the nanoseconds below one second. Internal to the library.
+    QEL_NO_EXPORT static timespec deadlineAfter(const timeval& now, int timeoutMs) {
         timespec deadline;
         deadline.tv_sec = now.tv_sec + timeoutMs / 1000;
         deadline.tv_nsec = static_cast<long>(now.tv_usec) * 1000L + (timeoutMs % 1000) * 1000000L;

@@ -1,6 +1,5 @@
 #include "support/test_support.h"
 
-#include <fcntl.h>
 #include <ftw.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -92,19 +91,15 @@ size_t countOf(const std::string& text, const std::string& needle) {
 }
 
 std::vector<std::string> logFiles(const std::string& dir) {
-    // The milliseconds are unpadded: the names sort by their seven numbers, not as text.
-    static const std::regex kName(R"(QelLog(\d+)-(\d+)-(\d+)-(\d+)-(\d+)-(\d+)-(\d+)\.log)");
-    std::vector<std::pair<std::vector<long>, std::string>> found;
+    // The milliseconds are unpadded: the names sort by their time once those are padded.
+    static const std::regex kName(R"(QelLog([\d-]+-)(\d{1,3})\.log)");
+    std::vector<std::pair<std::string, std::string>> found;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator(dir, error)) {
-        std::smatch match;
         const std::string name = entry.path().filename().string();
+        std::smatch match;
         if (std::regex_match(name, match, kName)) {
-            std::vector<long> time;
-            for (size_t i = 1; i < match.size(); ++i) {
-                time.push_back(std::stol(match[i]));
-            }
-            found.emplace_back(time, dir + "/" + name);
+            found.emplace_back(match[1].str() + std::string(3 - match.length(2), '0') + match[2].str(), dir + "/" + name);
         }
     }
     std::sort(found.begin(), found.end());

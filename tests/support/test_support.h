@@ -1,9 +1,8 @@
 #ifndef QEL_TESTS_SUPPORT_TEST_SUPPORT_H_
 #define QEL_TESTS_SUPPORT_TEST_SUPPORT_H_
 
-// What every test executable shares: temporary folders, scenarios in forked children (the log
-// manager is one per process, so a scenario that needs a fresh one runs in a child), the record
-// parser for console and file output, and small file and text helpers.
+// What the test executables share: temporary folders, scenarios in forked children (the log
+// manager is one per process), the record parser, small file and text helpers.
 
 #include <cstdio>
 #include <functional>
@@ -27,7 +26,6 @@ public:
     TempDir();
     ~TempDir();
     TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
     const std::string& path() const { return m_path; }
     std::string operator/(const std::string& name) const { return m_path + "/" + name; }
 
@@ -57,17 +55,13 @@ struct Record {
 };
 // Splits output into records of one-line texts; anything else is a test failure.
 std::vector<Record> parseRecords(const std::string& output);
-
-// A whole file; empty when it cannot be read.
-std::string readFile(const std::string& path);
+std::string readFile(const std::string& path);  // empty when it cannot be read
 void writeFile(const std::string& path, const std::string& bytes);
-// Removes `path` and everything below it, symbolic links not followed; quiet on failure.
-void removeTree(const std::string& path);
+void removeTree(const std::string& path);  // symbolic links not followed; quiet on failure
 size_t countOf(const std::string& text, const std::string& needle);
-// The log files (QelLog<time>.log) of `dir` as full paths, by the time in their names.
+// The log files (QelLog<time>.log) of `dir` as full paths, in the order of their times.
 std::vector<std::string> logFiles(const std::string& dir);
-// The log files of `dir` concatenated in that order.
-std::string concatenatedLogs(const std::string& dir);
+std::string concatenatedLogs(const std::string& dir);  // the log files in that order
 
 }  // namespace qeltest
 
