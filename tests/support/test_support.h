@@ -66,18 +66,17 @@ std::string concatenatedLogs(const std::string& dir);  // the log files in that 
 }  // namespace qeltest
 
 // Inside a child body: on failure, report the condition on standard error and end the body.
-#define CHILD_CHECK(condition)                                                              \
-    do {                                                                                    \
-        if (!(condition)) {                                                                 \
-            fprintf(stderr, "check failed at %s:%d: %s\n", __FILE__, __LINE__, #condition); \
-            return 1;                                                                       \
-        }                                                                                   \
+#define CHILD_CHECK(condition)                                                                  \
+    do {                                                                                        \
+        if (!(condition)) {                                                                     \
+            return fprintf(stderr, "check failed at %s:%d: %s\n", __FILE__, __LINE__, #condition), 1; \
+        }                                                                                       \
     } while (0)
 
 // In the parent: the child ran to its end and every CHILD_CHECK held.
-#define EXPECT_CHILD_OK(result)                                                              \
-    do {                                                                                     \
-        EXPECT_TRUE((result).finished) << "child hung and was killed";                      \
+#define EXPECT_CHILD_OK(result)                                                                   \
+    do {                                                                                          \
+        EXPECT_TRUE((result).finished) << "child hung and was killed";                           \
         EXPECT_EQ(0, (result).exitCode) << "signal " << (result).signal << "\n" << (result).err; \
     } while (0)
 
