@@ -232,19 +232,16 @@ public:
 
 }  // namespace qel
 
-// Counts its calls, records its thread, and asks to be called again while `keepGoing`.
-struct Runner {
-    std::atomic<int> calls{0};
-    std::atomic<long> threadId{0};
-    std::atomic<bool> keepGoing{true};
-    static bool run(void* object) {
-        Runner* self = static_cast<Runner*>(object);
-        self->threadId = ThreadWrapper::getThreadId();
-        ++self->calls;
-        sleepMillis(1);
-        return self->keepGoing;
-    }
-};
+// The run function: counts its calls, records its thread, asks again while g_keepGoing.
+static std::atomic<int> g_calls{0};
+static std::atomic<long> g_threadId{0};
+static std::atomic<bool> g_keepGoing{true};
+static bool run(void*) {
+    g_threadId = ThreadWrapper::getThreadId();
+    ++g_calls;
+    sleepMillis(1);
+    return g_keepGoing;
+}
 
 // The system shows the name under the new thread's own id: Linux keeps 15 characters, and
 // an empty name keeps the creator's.
@@ -253,11 +250,11 @@ TEST(ThreadTest, TheSystemShowsTheNameAndId) {
     const std::pair<const char*, std::string> cases[] = {
         {nullptr, "QEL_THREAD\n"}, {"abcdefghijklmnopqrst", "abcdefghijklmno\n"}, {"", shownName(getpid())}};
     for (const auto& c : cases) {
-        Runner runner;
-        std::unique_ptr<ThreadWrapper> thread(ThreadWrapper::createThread(&Runner::run, &runner, c.first));
+        g_calls = 0;
+        std::unique_ptr<ThreadWrapper> thread(ThreadWrapper::createThread(&run, nullptr, c.first));
         ASSERT_EQ(0, thread->start());
-        ASSERT_TRUE(eventually([&] { return runner.calls > 0; }));
-        EXPECT_EQ(c.second, shownName(runner.threadId));
+        ASSERT_TRUE(eventually([&] { return g_calls > 0; }));
+        EXPECT_EQ(c.second, shownName(g_threadId));
     }
 }
 
@@ -267,27 +264,27 @@ TEST(ThreadTest, TheSystemShowsTheNameAndId) {
 // the new thread cannot come up and start() times out: a second start() must not create another
 // thread, and a stop request made then must survive: the thread ends without a call.
 TEST(ThreadTest, StartStopAndPriority) {
-    Runner runner;
-    ThreadImpl thread(&Runner::run, &runner, "loop");
+    g_calls = 0;
+    ThreadImpl thread(&run, nullptr, "loop");
     EXPECT_EQ(0, thread.stop());
     EXPECT_EQ(-3, thread.setPriority(PriorityTop));
     ASSERT_EQ(0, thread.start());
-    ASSERT_TRUE(eventually([&] { return runner.calls >= 3; }));
+    ASSERT_TRUE(eventually([&] { return g_calls >= 3; }));
     EXPECT_EQ(-3, thread.start());  // already running: no second thread
     const int result = thread.setPriority(PriorityTop);
     EXPECT_TRUE(result == 0 || result == -1) << result;
     EXPECT_EQ(0, thread.stop());
-    int calls = runner.calls;
+    int calls = g_calls;
     EXPECT_EQ(0, thread.stop());
     EXPECT_EQ(-3, thread.setPriority(PriorityLow));
-    runner.keepGoing = false;
+    g_keepGoing = false;
     for (int round = 1; round <= 2; ++round) {
         ASSERT_TRUE(eventually([&] { return thread.start() == 0; }));
-        ASSERT_TRUE(eventually([&] { return runner.calls == calls + round; }));
+        ASSERT_TRUE(eventually([&] { return g_calls == calls + round; }));
     }
     ASSERT_TRUE(eventually([&] { return thread.stop() == 0; }));
-    calls = runner.calls;
-    runner.keepGoing = true;
+    calls = g_calls;
+    g_keepGoing = true;
     ThreadImplTestPeer::critSect(thread).enter();
     EXPECT_EQ(-100, thread.start());
     EXPECT_EQ(-3, thread.start());
@@ -297,7 +294,7 @@ TEST(ThreadTest, StartStopAndPriority) {
     std::swap(ThreadImplTestPeer::handle(thread), held);
     ThreadImplTestPeer::critSect(thread).leave();
     EXPECT_EQ(0, thread.stop());
-    EXPECT_EQ(calls, runner.calls);
+    EXPECT_EQ(calls, g_calls);
     EXPECT_EQ(0, thread.start());  // afterwards the object works as usual
     const int steps[] = {PriorityLow, PriorityMiddle, PriorityHigh, PriorityHigher, PriorityTop, 0, 6, -1};
     const int onLinux[] = {2, 49, 96, 97, 98, 2, 2, 2}, narrowest[] = {1, 1, 1, 1, 2, 1, 1, 1};
