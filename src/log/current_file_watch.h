@@ -52,13 +52,18 @@ private:
     // Watches every folder of the absolute m_path; false when the kernel cannot report the
     // changes there. Drops every report queued before.
     bool arm();
+    // Makes the inotify instance and the epoll instance that tells when it has reports;
+    // false, with neither, when the kernel refuses one.
+    bool open();
+    void close();
     void removeWatches();
     // Reads what the kernel reported since the last call; true when it may concern the path.
     bool changeReported();
     // lstat of the name against the open file's identity.
     bool identityChanged() const;
 
-    int m_instance;  // the inotify descriptor; -1 before the first use or after a failure
+    int m_instance;   // the inotify descriptor; -1 before the first use or after a failure
+    int m_readiness;  // an epoll descriptor watching m_instance, or -1 with it
     std::vector<FolderWatch> m_folders;
     std::string m_path;
     dev_t m_device;
