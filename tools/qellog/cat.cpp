@@ -47,12 +47,7 @@ bool collectFiles(const std::vector<const char*>& arguments, std::vector<LogFile
             }
             files.insert(files.end(), found.begin(), found.end());
         } else {
-            LogFile file;
-            file.path = argument;
-            const std::size_t slash = file.path.rfind('/');
-            file.name = slash == std::string::npos ? file.path : file.path.substr(slash + 1);
-            file.named = parseLogFileName(file.name, file.time);
-            files.push_back(file);
+            files.push_back(logFileAt(argument));
         }
     }
     return ok;
