@@ -61,7 +61,7 @@ int runCat(int argc, char** argv) {
                                       {nullptr, 0, nullptr, 0}};
     bool json = false;
     opterr = 0;
-    optind = 1;
+    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     while ((c = getopt_long(argc, argv, "+jh", kOptions, nullptr)) != -1) {
         switch (c) {

@@ -310,7 +310,7 @@ int runFollow(int argc, char** argv) {
     bool json = false;
     std::string statePath;
     opterr = 0;
-    optind = 1;
+    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     while ((c = getopt_long(argc, argv, ":js:h", kOptions, nullptr)) != -1) {
         switch (c) {

@@ -19,7 +19,8 @@ bool parseUnsigned(const char* text, int base, std::uint64_t max, std::uint64_t&
     if (*text == '\0') return false;
     for (; *text != '\0'; ++text) {
         const int digit = digitValue(*text, base);
-        if (digit < 0 || value > (max - static_cast<std::uint64_t>(digit)) / base) return false;
+        const std::uint64_t add = static_cast<std::uint64_t>(digit);
+        if (digit < 0 || add > max || value > (max - add) / base) return false;
         value = value * base + static_cast<std::uint64_t>(digit);
     }
     return true;

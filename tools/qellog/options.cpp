@@ -59,7 +59,7 @@ bool parseCode(const char* text, int& code) {
 
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     opterr = 0;  // our own one-line messages instead of getopt's
-    optind = 1;
+    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     while ((c = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
         switch (c) {

@@ -65,7 +65,7 @@ int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
         {"older-than", required_argument, nullptr, 'o'}, {"dry-run", no_argument, nullptr, 'n'},
         {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0}};
     opterr = 0;
-    optind = 1;
+    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     bool ok = true;
     while ((c = getopt_long(argc, argv, ":k:s:o:nh", kOptions, nullptr)) != -1) {
