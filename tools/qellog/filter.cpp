@@ -74,9 +74,10 @@ bool RecordFilter::matches(const Record& record) const {
     if (headerSelects && (!record.headed || !headerMatches(record))) return false;
     if (!m_pattern) return true;
     regmatch_t range[1];
-    range[0].rm_so = static_cast<regoff_t>(record.textBegin);  // the text may hold NUL bytes
-    range[0].rm_eo = static_cast<regoff_t>(record.textEnd);
-    return regexec(m_pattern.get(), record.bytes.c_str(), 1, range, REG_STARTEND) == 0;
+    range[0].rm_so = 0;  // the text may hold NUL bytes: its length bounds it
+    range[0].rm_eo = static_cast<regoff_t>(record.textEnd - record.textBegin);
+    return regexec(m_pattern.get(), record.bytes.c_str() + record.textBegin, 1, range,
+                   REG_STARTEND) == 0;
 }
 
 }  // namespace qellog
