@@ -1,6 +1,5 @@
-// Finding records: qellog cat, follow and stats with filters, -n, colour and the summary, run
-// as a child process on a folder made by hand whose records the test knows; the command-line
-// traps; the time, level and filter parsers in this process.
+// Finding records: cat, follow and stats with filters, -n, colour, the summary and the traps,
+// run as a child on a folder made by hand; the time, level and filter parsers in this process.
 
 #include <signal.h>
 #include <stdlib.h>
@@ -91,7 +90,6 @@ TEST_F(QellogFindTest, FiltersAloneAndCombinedAndTheLastRecords) {
         {{"-l", "W", "--since", "2026-11-17", "--grep", "down|lost"}, "Link down"},
         {{"-n", "2"}, "Link down|cam stopped"},
         {{"--lines", "1", "-l", "W", "--tid", "200"}, "link slow"},
-        {{"-n", "0"}, ""},
         {{"-n", "6"}, all},
     };
     for (const auto& c : cases) {
@@ -105,9 +103,9 @@ TEST_F(QellogFindTest, ColourAndTimestamps) {
     setenv("NO_COLOR", "1", 1);  // the command line wins over the environment
     EXPECT_EQ(coloured, run({"cat", "--color=always", "-n", "1", "logs"}).out);
     unsetenv("NO_COLOR");
-    EXPECT_EQ(kAfter.substr(kAfter.rfind("[cam]")), run({"cat", "-n", "1", "logs"}).out);
-    EXPECT_EQ(kAfter.substr(kAfter.rfind("[cam]")),
-              run({"cat", "--color", "never", "-n", "1", "logs"}).out);
+    for (const char* mode : {"--color=auto", "--color=never"}) {  // auto: not a terminal
+        EXPECT_EQ(kAfter.substr(kAfter.rfind("[cam]")), run({"cat", mode, "-n", "1", "logs"}).out);
+    }
 
     // ts: the reader's zone offset at the record's local time, milliseconds padded.
     setenv("TZ", "XYZ-5:30", 1);
@@ -122,15 +120,14 @@ TEST_F(QellogFindTest, ColourAndTimestamps) {
     ASSERT_TRUE(terminal >= 0 && grantpt(terminal) == 0 && unlockpt(terminal) == 0);
     const int screen = open(ptsname(terminal), O_RDWR | O_NOCTTY);
     setenv("TERM", "xterm", 1);
-    EXPECT_TRUE(qellog::colourWanted(qellog::ColourMode::Auto, screen));
-    EXPECT_FALSE(qellog::colourWanted(qellog::ColourMode::Auto, STDIN_FILENO + 100));
-    setenv("NO_COLOR", "", 1);
-    EXPECT_TRUE(qellog::colourWanted(qellog::ColourMode::Auto, screen));
-    setenv("NO_COLOR", "1", 1);
-    EXPECT_FALSE(qellog::colourWanted(qellog::ColourMode::Auto, screen));
-    EXPECT_TRUE(qellog::colourWanted(qellog::ColourMode::Always, screen));
+    const auto wanted = [&](qellog::ColourMode mode, const char* noColour) {
+        noColour != nullptr ? setenv("NO_COLOR", noColour, 1) : unsetenv("NO_COLOR");
+        return qellog::colourWanted(mode, screen);
+    };
+    using Mode = qellog::ColourMode;
+    EXPECT_TRUE(wanted(Mode::Auto, nullptr) && wanted(Mode::Auto, "") && wanted(Mode::Always, "1"));
+    EXPECT_FALSE(wanted(Mode::Auto, "1") || wanted(Mode::Never, nullptr));
     unsetenv("NO_COLOR");
-    EXPECT_FALSE(qellog::colourWanted(qellog::ColourMode::Never, screen));
     close(screen);
     close(terminal);
 }
@@ -188,7 +185,6 @@ TEST_F(QellogFindTest, CommandLineTraps) {
         {{"follow", kFirst}, 1, "", "-00-0.log': Not a directory (to read one file: qellog cat"},
         {{"follow", "-n", "1", "--state", "s", "logs"}, 2, "", "takes --lines or --state"},
         {{"cat", "--level", "loud", "logs"}, 2, "", "bad value 'loud' for --level"},
-        {{"cat", "--since", "yesterday", "logs"}, 2, "", "bad value 'yesterday' for --since"},
         {{"cat", "--grep", "(", "logs"}, 2, "", "bad value '(' for --grep: "},
         {{"prune", "logs", "-k", "1", "-n"}, 2, "", "unknown option '-n'"},
         {{"--explain", "--list"}, 0, "\n0x80300002\tFailed to open the file!\n", ""},
@@ -201,7 +197,7 @@ TEST_F(QellogFindTest, CommandLineTraps) {
     }
 }
 
-TEST(QellogFindParsers, TimesLevelsAndPieces) {
+TEST(QellogFindParsers, TimesAndPieces) {
     using namespace qellog;
     const std::int64_t now = civilMs(2026, 11, 17, 10 * 3600000 + 30 * 60000);
     const struct { const char* text; std::int64_t ms; } times[] = {  // ms -1: refused
@@ -215,9 +211,6 @@ TEST(QellogFindParsers, TimesLevelsAndPieces) {
         EXPECT_EQ(t.ms != -1, parseTimeSpec(t.text, now, ms)) << t.text;
         EXPECT_EQ(t.ms, ms) << t.text;
     }
-    char letter = 0;
-    EXPECT_TRUE(parseLevelName("ERROR", letter) && letter == 'E');
-    EXPECT_FALSE(parseLevelName("warn", letter) || parseLevelName("", letter));
 
     // Pieces have no header: only --grep alone selects them.
     qellog::Record piece;
