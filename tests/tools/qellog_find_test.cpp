@@ -81,8 +81,10 @@ TEST_F(QellogFindTest, FiltersAloneAndCombinedAndTheLastRecords) {
         {{"-l", "e"}, "frame lost\nsecond line|Link down"},
         {{"-m", "net"}, "link slow|retry"},
         {{"-m", "n?t*", "--module", "nobody"}, "link slow|retry|Link down"},
-        {{"--since", "2026-11-16 23:59:59.999"}, "frame lost\nsecond line|retry|Link down|cam stopped"},
-        {{"--until", "2026-11-17T00:00:00.001"}, "cam started|link slow|frame lost\nsecond line|retry"},
+        {{"--since", "2026-11-16 23:59:59.999"},
+         "frame lost\nsecond line|retry|Link down|cam stopped"},
+        {{"--until", "2026-11-17T00:00:00.001"},
+         "cam started|link slow|frame lost\nsecond line|retry"},
         {{"--since", "-10min"}, ""},
         {{"--tid", "200"}, "link slow|retry"},
         {{"--grep", "^link"}, "link slow"},
@@ -99,7 +101,8 @@ TEST_F(QellogFindTest, FiltersAloneAndCombinedAndTheLastRecords) {
 
 TEST_F(QellogFindTest, ColourAndTimestamps) {
     const std::string coloured =
-        "\x1b[36m[cam][V1.8.63 \x1b[0m\x1b[32mI\x1b[0m\x1b[36m 00:00:02:0 100]\x1b[0mcam stopped\n\n";
+        "\x1b[36m[cam][V1.8.63 \x1b[0m\x1b[32mI\x1b[0m\x1b[36m 00:00:02:0 100]\x1b[0m"
+        "cam stopped\n\n";
     setenv("NO_COLOR", "1", 1);  // the command line wins over the environment
     EXPECT_EQ(coloured, run({"cat", "--color=always", "-n", "1", "logs"}).out);
     unsetenv("NO_COLOR");
@@ -162,7 +165,8 @@ TEST_F(QellogFindTest, FollowStartsFromTheEnd) {
     ChildResult result = follow({"-n", "1", "logs"}, fresh);
     EXPECT_EQ(0, result.exitCode) << result.err;
     EXPECT_EQ(kAfter.substr(kAfter.rfind("[cam]")) + fresh, result.out);
-    result = follow({"--lines", "0", "-l", "E", "logs"}, "[new][V1.8.63 I 00:00:04:0 9]no\n\n" + fresh);
+    result = follow({"--lines", "0", "-l", "E", "logs"},
+                    "[new][V1.8.63 I 00:00:04:0 9]no\n\n" + fresh);
     EXPECT_EQ(fresh, result.out);
     result = follow({"missing"}, "");
     EXPECT_EQ("qellog: folder 'missing' does not exist (yet); waiting for it\n", result.err);

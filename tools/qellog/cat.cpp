@@ -85,17 +85,8 @@ int readRecords(const std::vector<const char*>& arguments,
 
 int runCat(int argc, char** argv) {
     ReadOptions options;
-    const int parsed = parseReadOptions(argc, argv, ReadCommand::Cat, options);
-    if (parsed < 0) {
-        std::fputs(kCatUsage, stdout);
-        std::fputs(selectionHelp(), stdout);
-        return 0;
-    }
-    if (parsed != 0) return parsed;
-    if (options.paths.empty()) {
-        std::fprintf(stderr, "qellog: cat needs a DIR or FILE (see qellog cat --help)\n");
-        return 2;
-    }
+    const int parsed = parseReadOptions(argc, argv, ReadCommand::Cat, kCatUsage, options);
+    if (parsed != 0) return parsed < 0 ? 0 : parsed;
     RecordPrinter printer(options.json,
                           !options.json && colourWanted(options.colour, STDOUT_FILENO));
     Selection selection(options.filter, printer, options.hasLines, options.lines);

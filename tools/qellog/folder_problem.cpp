@@ -19,7 +19,9 @@ std::string folderProblem(const std::string& folder) {
     if (errno != ENOENT) return std::strerror(errno);
     // Missing: it would be made in its parent, so the parent decides.
     const std::size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos) return access(".", W_OK | X_OK) == 0 ? "" : std::strerror(errno);
+    if (slash == std::string::npos) {
+        return access(".", W_OK | X_OK) == 0 ? "" : std::strerror(errno);
+    }
     return folderProblem(slash == 0 ? "/" : path.substr(0, slash));
 }
 

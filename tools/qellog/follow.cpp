@@ -334,17 +334,8 @@ bool checkFolder(const char* folder) {
 
 int runFollow(int argc, char** argv) {
     ReadOptions options;
-    const int parsed = parseReadOptions(argc, argv, ReadCommand::Follow, options);
-    if (parsed < 0) {
-        std::fputs(kFollowUsage, stdout);
-        std::fputs(selectionHelp(), stdout);
-        return 0;
-    }
-    if (parsed != 0) return parsed;
-    if (options.paths.size() != 1 || options.paths[0][0] == '\0') {
-        std::fprintf(stderr, "qellog: follow needs one DIR (see qellog follow --help)\n");
-        return 2;
-    }
+    const int parsed = parseReadOptions(argc, argv, ReadCommand::Follow, kFollowUsage, options);
+    if (parsed != 0) return parsed < 0 ? 0 : parsed;
     if (!checkFolder(options.paths[0])) return 1;
     Follower follower(options);
     return follower.run();

@@ -31,7 +31,8 @@ int badValue(const char* value, const char* option, ReadCommand command,
 
 }  // namespace
 
-int parseReadOptions(int argc, char** argv, ReadCommand command, ReadOptions& options) {
+int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usage,
+                     ReadOptions& options) {
     std::vector<option> table = {
         {"json", no_argument, nullptr, 'j'},         {"level", required_argument, nullptr, 'l'},
         {"module", required_argument, nullptr, 'm'}, {"since", required_argument, nullptr, kSince},
@@ -46,7 +47,9 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, ReadOptions& op
         table.push_back({"colour", required_argument, nullptr, kColour});
         shortOptions += "n:";
     }
-    if (command == ReadCommand::Follow) table.push_back({"state", required_argument, nullptr, kState});
+    if (command == ReadCommand::Follow) {
+        table.push_back({"state", required_argument, nullptr, kState});
+    }
     table.push_back({nullptr, 0, nullptr, 0});
 
     const std::int64_t now = localNowMs();
@@ -100,7 +103,10 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, ReadOptions& op
                 }
                 break;
             case kState: options.statePath = optarg; break;
-            case 'h': return -1;
+            case 'h':
+                std::fputs(usage, stdout);
+                std::fputs(selectionHelp(), stdout);
+                return -1;
             default: return optionError(c, argv, commandName(command));
         }
     }
@@ -121,6 +127,13 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, ReadOptions& op
         return 2;
     }
     options.paths.assign(argv + optind, argv + argc);
+    const bool one = command == ReadCommand::Follow;  // follow reads one folder
+    if (options.paths.empty() ||
+        (one && (options.paths.size() > 1 || options.paths[0][0] == '\0'))) {
+        std::fprintf(stderr, "qellog: %s needs %s (see qellog %s --help)\n",
+                     commandName(command), one ? "one DIR" : "a DIR or FILE", commandName(command));
+        return 2;
+    }
     return 0;
 }
 

@@ -25,8 +25,10 @@ struct ReadOptions {
 };
 
 // Reads the arguments of `command` (argv[0] is its name). Returns 0 when `options` is usable,
-// 2 for a usage error (reported on standard error), -1 when --help was asked for.
-int parseReadOptions(int argc, char** argv, ReadCommand command, ReadOptions& options);
+// 2 for a usage error (reported on standard error), -1 when --help was asked for (`usage` and
+// the selection options' help are printed then).
+int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usage,
+                     ReadOptions& options);
 
 // The --help lines of the options that select records, shared by the three commands.
 const char* selectionHelp();

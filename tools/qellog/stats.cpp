@@ -122,17 +122,8 @@ std::string RecordStats::json() const {
 
 int runStats(int argc, char** argv) {
     ReadOptions options;
-    const int parsed = parseReadOptions(argc, argv, ReadCommand::Stats, options);
-    if (parsed < 0) {
-        std::fputs(kStatsUsage, stdout);
-        std::fputs(selectionHelp(), stdout);
-        return 0;
-    }
-    if (parsed != 0) return parsed;
-    if (options.paths.empty()) {
-        std::fprintf(stderr, "qellog: stats needs a DIR or FILE (see qellog stats --help)\n");
-        return 2;
-    }
+    const int parsed = parseReadOptions(argc, argv, ReadCommand::Stats, kStatsUsage, options);
+    if (parsed != 0) return parsed < 0 ? 0 : parsed;
     RecordStats stats;
     std::vector<LogFile> files;
     const int status = readRecords(
