@@ -147,6 +147,7 @@ private:
     std::uint64_t m_readOffset = 0;
     bool m_emitted = false;  // records printed since the state was saved
     long long m_lastGrowthMs = 0;
+    long long m_tailEndsMs = 0;  // with -n: when the catch-up ends at the latest
     int m_inotify = -1;
     int m_watch = -1;
     int m_wake[2] = {-1, -1};
@@ -241,7 +242,10 @@ bool Follower::step() {
     }
     emit(DataEnd::More);
     if (m_reader.pending() > 0 && nowMs() - m_lastGrowthMs >= kSettleMs) emit(DataEnd::Quiet);
-    if (m_reader.pending() == 0) m_selection.endTail();  // caught up with the files
+    // Caught up with the files: nothing is left, or a writer that never pauses keeps the last
+    // record open; then the records of the settling time still count as the folder's last.
+    if (m_tailEndsMs == 0) m_tailEndsMs = nowMs() + kSettleMs;
+    if (m_reader.pending() == 0 || nowMs() >= m_tailEndsMs) m_selection.endTail();
     if (!m_printer.flush()) {
         std::fprintf(stderr, "qellog: cannot write the records: %s\n", std::strerror(errno));
         return false;
