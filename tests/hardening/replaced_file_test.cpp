@@ -10,9 +10,14 @@
 #include <sys/syscall.h>
 
 #include <filesystem>
-#include <fstream>
 
-#include "hardening/hardening_support.h"
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <qel/log.h>
+
+#include "support/test_support.h"
 
 using namespace qeltest;
 
@@ -37,10 +42,6 @@ const char* const kModes[] = {"delete",        "rename",         "create",
                               "folder-moved",  "folder-removed", "ancestor-moved",
                               "queue-overflow"};
 
-bool writeFile(const std::string& path, const char* text) {
-    return static_cast<bool>(std::ofstream(path) << text);
-}
-
 // Takes the current file `file` of the folder `logs`, which lies in `top`, away as `mode` says.
 bool takeAway(const std::string& mode, const std::string& top, const std::string& logs,
               const std::string& file) {
@@ -49,10 +50,12 @@ bool takeAway(const std::string& mode, const std::string& top, const std::string
         return unlink(name) == 0;
     } else if (mode == "rename") {
         return rename(name, (file + ".1").c_str()) == 0;
-    } else if (mode == "create") {  // what logrotate does with "create"
-        return rename(name, (file + ".1").c_str()) == 0 && writeFile(file, "");
-    } else if (mode == "file") {
-        return unlink(name) == 0 && writeFile(file, "planted");
+    } else if (mode == "create" || mode == "file") {  // "create": what logrotate does
+        if ((mode == "create" ? rename(name, (file + ".1").c_str()) : unlink(name)) != 0) {
+            return false;
+        }
+        writeFile(file, mode == "file" ? "planted" : "");
+        return access(name, F_OK) == 0;
     } else if (mode == "link") {
         return unlink(name) == 0 && symlink((top + "/../victim").c_str(), name) == 0;
     } else if (mode == "folder") {
@@ -69,7 +72,8 @@ bool takeAway(const std::string& mode, const std::string& top, const std::string
     // own report is lost in the overflow.
     const int queued = std::stoi(readFile("/proc/sys/fs/inotify/max_queued_events"));
     const std::string one = logs + "/one", other = logs + "/other";
-    bool moved = writeFile(one, "");
+    writeFile(one, "");
+    bool moved = true;
     for (int i = 0; i <= queued / 2 && moved; ++i) {
         moved = rename(i % 2 ? other.c_str() : one.c_str(), i % 2 ? one.c_str() : other.c_str()) == 0;
     }
@@ -98,7 +102,8 @@ ChildResult eachWayAway(bool inotifyFails) {
     return runChild([inotifyFails] {
         g_inotifyFails = inotifyFails;
         const std::string cwd = std::filesystem::current_path();
-        CHILD_CHECK(writeFile("victim", "victim") && mkdir("moved", 0755) == 0);
+        writeFile("victim", "victim");
+        CHILD_CHECK(mkdir("moved", 0755) == 0);
         CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0);
         // The default folder is relative: after a change of the working directory the next
         // record starts a new file in the new one.
