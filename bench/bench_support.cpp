@@ -104,7 +104,8 @@ void reportLatencies(benchmark::State& state, std::vector<uint32_t>& nanoseconds
     }
     std::sort(nanoseconds.begin(), nanoseconds.end());
     const auto at = [&nanoseconds](double share) {
-        return static_cast<double>(nanoseconds[static_cast<size_t>(share * (nanoseconds.size() - 1))]);
+        const size_t last = nanoseconds.size() - 1;
+        return static_cast<double>(nanoseconds[static_cast<size_t>(share * last)]);
     };
     state.counters["p50_ns"] = at(0.5);
     state.counters["p99_ns"] = at(0.99);

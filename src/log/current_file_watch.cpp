@@ -52,7 +52,12 @@ bool reportsEveryChange(const char* folder) {
 }  // namespace
 
 CurrentFileWatch::CurrentFileWatch()
-    : m_instance(-1), m_readiness(-1), m_device(0), m_inode(0), m_watching(false), m_checkDue(false) {}
+    : m_instance(-1),
+      m_readiness(-1),
+      m_device(0),
+      m_inode(0),
+      m_watching(false),
+      m_checkDue(false) {}
 
 CurrentFileWatch::~CurrentFileWatch() {
     close();

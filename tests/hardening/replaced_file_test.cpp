@@ -75,7 +75,8 @@ bool takeAway(const std::string& mode, const std::string& top, const std::string
     writeFile(one, "");
     bool moved = true;
     for (int i = 0; i <= queued / 2 && moved; ++i) {
-        moved = rename(i % 2 ? other.c_str() : one.c_str(), i % 2 ? one.c_str() : other.c_str()) == 0;
+        const std::string& from = i % 2 ? other : one;
+        moved = rename(from.c_str(), (i % 2 ? one : other).c_str()) == 0;
     }
     return moved && unlink(name) == 0;
 }
@@ -108,7 +109,8 @@ ChildResult eachWayAway(bool inotifyFails) {
         // The default folder is relative: after a change of the working directory the next
         // record starts a new file in the new one.
         CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
-        CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, "in-first") == 0 && chdir("moved") == 0);
+        CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, "in-first") == 0);
+        CHILD_CHECK(chdir("moved") == 0);
         CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, "in-moved") == 0 && chdir("..") == 0);
         CHILD_CHECK(countOf(concatenatedLogs("moved"), "]in-moved\n") == 1);
 
