@@ -102,6 +102,7 @@ bool inotifyDescriptorOpen() {
 ChildResult eachWayAway(bool inotifyFails) {
     return runChild([inotifyFails] {
         g_inotifyFails = inotifyFails;
+        close(STDIN_FILENO);  // no descriptor of the library may take its place
         const std::string cwd = std::filesystem::current_path();
         writeFile("victim", "victim");
         CHILD_CHECK(mkdir("moved", 0755) == 0);
@@ -128,6 +129,7 @@ ChildResult eachWayAway(bool inotifyFails) {
         }
         CHILD_CHECK(readFile("victim") == "victim");
         CHILD_CHECK(inotifyDescriptorOpen() != inotifyFails && g_inotifyCalls > 0);
+        CHILD_CHECK(open("/dev/null", O_RDONLY) == STDIN_FILENO);
 
         // The current file is locked shared, a finished one not. A child that never logs keeps
         // no hold on the file once the parent has moved on.
