@@ -1,6 +1,7 @@
 #include "log/current_file_watch.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -47,6 +48,17 @@ bool reportsEveryChange(const char* folder) {
         }
     }
     return false;
+}
+
+// A process that closed a standard stream must not find the watch's descriptor where its
+// console output or its next open goes.
+int aboveStandardStreams(int descriptor) {
+    if (descriptor < 0 || descriptor > STDERR_FILENO) {
+        return descriptor;
+    }
+    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    ::close(descriptor);
+    return moved;
 }
 
 }  // namespace
@@ -146,8 +158,8 @@ bool CurrentFileWatch::arm() {
 // An epoll instance tells whether a report is queued for the cost of a bare system call; a
 // read of the inotify descriptor that finds nothing costs about twice as much.
 bool CurrentFileWatch::open() {
-    m_instance = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    m_readiness = epoll_create1(EPOLL_CLOEXEC);
+    m_instance = aboveStandardStreams(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    m_readiness = aboveStandardStreams(epoll_create1(EPOLL_CLOEXEC));
     struct epoll_event readable = {};
     readable.events = EPOLLIN;
     if (m_instance >= 0 && m_readiness >= 0 &&
