@@ -57,7 +57,7 @@ private:
 
 // Holds a policy's lock for the lifetime of the guard, so that every way out of a scope,
 // an exception included, releases it. `policy` must outlive the guard; never null.
-// Internal: not exported, as no caller of a signal names it.
+// Internal to the library: not exported.
 template <class mt_policy>
 class lock_block {
 public:
