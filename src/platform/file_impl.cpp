@@ -5,7 +5,6 @@
 #include <limits.h>
 #include <stdarg.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -235,6 +234,9 @@ int FileImpl::createNewFile(const char* name) {
         errno = error;
         return -1;
     }
+    // Unbuffered: the caller buffers whole records itself, and each write reaches the
+    // system at once, so that what write() returns and counts is what the file took.
+    setvbuf(stream, nullptr, _IONBF, 0);
     m_stream = stream;
     m_opened = true;
     m_streamPos = -1;
@@ -247,17 +249,6 @@ bool FileImpl::takeWriteError() {
     const bool failed = m_writeFailed;
     m_writeFailed = false;
     return failed;
-}
-
-int64_t FileImpl::sizeOnDisk() const {
-    if (!m_opened) {
-        return -1;
-    }
-    struct stat status;
-    if (fstat(fileno(m_stream), &status) != 0) {
-        return -1;
-    }
-    return static_cast<int64_t>(status.st_size);
 }
 
 int FileImpl::writeAt(int64_t offset, const void* buffer, int count) {
