@@ -28,12 +28,13 @@ static bool setSoftLimit(int resource, rlim_t value) {
     return setrlimit(resource, &limit) == 0;
 }
 
-// A file size limit of the process: a buffered stream reports the failure only when its buffer
-// is pushed out, records later, and the console writer's flush of all streams can be the one
-// that meets it. Neither way may make a new file per failed record. Once the limit is raised
-// the writer goes on, each new file taking as many bytes as the limit lets it. Standard output
-// goes into a pipe, which the limit does not touch, so that the console can be checked.
-TEST(FaultTest, FileSizeLimitMakesNoFilesInALoop) {
+// A file size limit of the process stands for a full disk: a write stops part way and fails.
+// Limit 0, with the console writer on and then off: the one file takes nothing, and no file is
+// made per failed record. Limit 3000 under a size limit of 3500: each file takes 3000 bytes and
+// ends with the record the failure cut, the next record starting a new file, so no file starts
+// with the tail of a record unless the file before it holds exactly the limit. Once the limit
+// is gone, logging goes on. Standard output goes into a pipe, which the limit does not touch.
+TEST(FaultTest, FileSizeLimitTearsOneRecordPerFileAndNoMore) {
     auto result = runChild([] {
         signal(SIGXFSZ, SIG_IGN);
         int console[2];
@@ -42,7 +43,6 @@ TEST(FaultTest, FileSizeLimitMakesNoFilesInALoop) {
         close(console[1]);
         CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
         int failedCalls = 0;
-        // Limit 0: no file can take a byte; first with the console writer on, then off.
         CHILD_CHECK(setSoftLimit(RLIMIT_FSIZE, 0));
         for (int i = 0; i < 400; ++i) {
             if (i == 200) {
@@ -52,8 +52,7 @@ TEST(FaultTest, FileSizeLimitMakesNoFilesInALoop) {
             failedCalls += qelLogSimplify("fsize", QEL_LOG_INFO, text.c_str()) != 0;
         }
         CHILD_CHECK(logFiles(".").size() == 1);
-        // Limit 3000: every file takes up to 3000 bytes, then the writer moves on.
-        CHILD_CHECK(setSoftLimit(RLIMIT_FSIZE, 3000));
+        CHILD_CHECK(setSoftLimit(RLIMIT_FSIZE, 3000) && qelLogSetMaxSize(3500) == 0);
         for (int i = 0; i < 300; ++i) {
             const std::string text = "small-" + std::to_string(i) + std::string(200, 'x');
             failedCalls += qelLogSimplify("fsize", QEL_LOG_INFO, text.c_str()) != 0;
@@ -65,14 +64,15 @@ TEST(FaultTest, FileSizeLimitMakesNoFilesInALoop) {
         const std::string printed = readFile("/proc/self/fd/" + std::to_string(console[0]));
         CHILD_CHECK(failedCalls == 0);
         const auto files = logFiles(".");
-        CHILD_CHECK(files.size() <= 40);  // about 75 KB in files of at most 3000 bytes each
-        for (size_t i = 0; i + 1 < files.size(); ++i) {
-            CHILD_CHECK(!readFile(files[i]).empty());  // no file made and left empty
+        CHILD_CHECK(files.size() > 3 && files.size() <= 40);
+        for (size_t i = 1; i < files.size(); ++i) {
+            const std::string content = readFile(files[i]);
+            CHILD_CHECK(readFile(files[i - 1]).size() == 3500 || content.find("[fsize]") == 0);
         }
         CHILD_CHECK(countOf(printed, "]zero-") == 200 && countOf(printed, "]small-") == 0);
         CHILD_CHECK(countOf(printed, "]after\n") == 1);
         CHILD_CHECK(qelLogConfigFileWriter(false) == 0);
-        CHILD_CHECK(concatenatedLogs(".").find("]after\n") != std::string::npos);
+        CHILD_CHECK(readFile(files.back()).find("]after\n") != std::string::npos);
         return 0;
     });
     EXPECT_CHILD_OK(result);
@@ -144,12 +144,12 @@ TEST(FaultTest, RemovedLogFolderIsRecreated) {
 }
 
 // Records a process finished logging survive its sudden death (SIGKILL). With the console writer
-// on, every record is followed by a flush of all streams, the log file's included. With it off, a
-// warning or an error reaches the system before its call returns, and with it every record before
-// it (these small records would otherwise still sit in the stream's buffer); what follows may be
-// lost. Descriptor 1 is closed before the file writer opens: the console fails quietly, and the
-// log file must not take descriptor 1, or the console lines would land in it as well.
-TEST(FaultTest, RecordsSurviveSigkillWithStandardOutputClosed) {
+// on, every record reaches the file at once. With it off, a warning or an error reaches the
+// system before its call returns, and with it every record before it; of the 200 records after
+// it some may be lost, but what is on disk ends at a record end. Descriptor 1 is closed before
+// the file writer opens: the console fails quietly, and the log file must not take descriptor 1,
+// or the console lines would land in it as well.
+TEST(FaultTest, RecordsSurviveSigkillAndTheFileEndsAtARecordEnd) {
     for (int level = QEL_LOG_INFO; level <= QEL_LOG_ERROR; ++level) {  // console on for info
         SCOPED_TRACE(level);
         auto result = runChild([level] {
@@ -160,7 +160,9 @@ TEST(FaultTest, RecordsSurviveSigkillWithStandardOutputClosed) {
                 CHILD_CHECK(qelLogSimplify("crash", QEL_LOG_INFO, std::to_string(i).c_str()) == 0);
             }
             qelLogSimplify("crash", static_cast<QelLogLevel>(level), "last");
-            qelLogSimplify("crash", QEL_LOG_INFO, "after");
+            for (int i = 0; i < 200; ++i) {
+                qelLogSimplify("crash", QEL_LOG_INFO, ("after-" + std::string(60, 'a')).c_str());
+            }
             kill(getpid(), SIGKILL);
             return 1;
         });
@@ -170,6 +172,7 @@ TEST(FaultTest, RecordsSurviveSigkillWithStandardOutputClosed) {
             EXPECT_EQ(1u, countOf(logs, "]" + std::to_string(i) + "\n")) << i;
         }
         EXPECT_EQ(1u, countOf(logs, "]last\n"));
-        EXPECT_TRUE(level != QEL_LOG_INFO || countOf(logs, "]after\n") == 1);
+        EXPECT_EQ(logs.size() - 3, logs.rfind("a\n\n"));
+        EXPECT_TRUE(level != QEL_LOG_INFO || countOf(logs, "]after-") == 200);
     }
 }
