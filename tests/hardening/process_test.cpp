@@ -1,14 +1,20 @@
-// The library inside a host program that does what programs do: a reader of standard output
-// that goes away, signal handlers that log, threads that go on calling while the process exits.
+// The library inside a host program that does what programs do: forks while threads log, fork
+// handlers and signal handlers that log, a reader of standard output that goes away, threads that
+// go on calling while the process exits, a second process logging into the same folder. Every
+// scenario runs in a child with a watchdog: a hang fails the test instead of stalling the suite.
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -46,6 +52,103 @@ bool sleeping(long tid) {
 }
 
 }  // namespace
+
+
+// fork() while three threads log without pause and a fourth changes the size limit, so that
+// forks land in the middle of dispatches: the child gets copies of the logging locks, held by
+// threads that do not exist there. Each of five children must log at once without deadlock,
+// into a file of its own, under its own thread id; no record of the parent reaches a file twice.
+// The program's own fork handlers, registered before its first log call, log too: their records
+// are written or dropped, never waited for.
+TEST(HostProcessTest, ForkedChildLogsAtOnceIntoAFileOfItsOwn) {
+    auto result = runChild([] {
+        pthread_atfork([] { qelLogSimplify("fork", QEL_LOG_ERROR, "Prepare"); },
+                       [] { qelLogSimplify("fork", QEL_LOG_INFO, "Parent"); },
+                       [] { qelLogSimplify("fork", QEL_LOG_INFO, "Child"); });
+        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogConfigFileWriter(true) == 0);
+        std::atomic<bool> stop{false};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.emplace_back([t, &stop] {
+                for (int i = 0; !stop; ++i) {
+                    if (t == 3) {
+                        qelLogSetMaxSize(100000000 + i % 1000);  // no split records
+                    } else {
+                        qelLogSimplify("fork", QEL_LOG_INFO, std::to_string(i * 3 + t).c_str());
+                    }
+                }
+            });
+        }
+        for (int c = 0; c < 5; ++c) {
+            qel::sleepMs(5);
+            const pid_t pid = fork();
+            if (pid == 0) {
+                alarm(20);  // ends it should it deadlock
+                qelLogSimplify("fork", QEL_LOG_INFO, ("child-" + std::to_string(getpid())).c_str());
+                _exit(qelLogConfigFileWriter(false));
+            }
+            int status = 0;
+            CHILD_CHECK(waitpid(pid, &status, 0) == pid && WIFEXITED(status) && !WEXITSTATUS(status));
+        }
+        stop = true;
+        for (auto& thread : threads) {
+            thread.join();
+        }
+        return qelLogConfigFileWriter(false);
+    });
+    EXPECT_CHILD_OK(result);
+    std::set<std::string> seen;
+    for (const auto& path : logFiles(result.dir)) {
+        const auto records = parseRecords(readFile(path));
+        for (const Record& record : records) {
+            EXPECT_TRUE(seen.insert(record.text).second) << record.text;
+            if (record.text.compare(0, 6, "child-") == 0) {
+                EXPECT_EQ("child-" + std::to_string(record.tid), record.text);
+                EXPECT_EQ(1u, records.size());
+            }
+        }
+    }
+    EXPECT_EQ(5, std::count_if(seen.begin(), seen.end(),
+                               [](const std::string& text) { return text[0] == 'c'; }));
+}
+
+// Two processes open and close their file writers in the same folder as fast as they can, one
+// record per file, so that both keep reaching for the same names. Each file must hold exactly
+// one whole record, and every record of both must be there once.
+TEST(HostProcessTest, TwoProcessesNeverWriteIntoOneFile) {
+    constexpr int kOpens = 150;
+    auto result = runChild([] {
+        pid_t children[2];
+        for (int process = 0; process < 2; ++process) {
+            if ((children[process] = fork()) == 0) {
+                alarm(60);  // ends it should it hang
+                qelLogConfigConsoleWriter(false);
+                int failures = 0;
+                for (int i = 0; i < kOpens; ++i) {
+                    failures += qelLogConfigFileWriter(true) != 0;
+                    qelLogSimplify("share", QEL_LOG_INFO, std::to_string(i * 2 + process).c_str());
+                    qelLogConfigFileWriter(false);
+                }
+                _exit(failures);
+            }
+        }
+        for (const pid_t pid : children) {
+            int status = 0;
+            CHILD_CHECK(waitpid(pid, &status, 0) == pid && WIFEXITED(status) && !WEXITSTATUS(status));
+        }
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
+    const auto files = logFiles(result.dir);
+    ASSERT_EQ(2u * kOpens, files.size());
+    std::set<std::string> texts;
+    for (const auto& path : files) {
+        const auto records = parseRecords(readFile(path));
+        ASSERT_EQ(1u, records.size()) << path;
+        texts.insert(records[0].text);
+    }
+    EXPECT_EQ(2u * kOpens, texts.size());
+}
 
 // Standard output is a pipe that nobody reads: a record blocks in the console write, and a signal
 // handler on that thread logs (its record is dropped, not waited for). Then the reader goes away:
