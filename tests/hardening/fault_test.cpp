@@ -288,7 +288,7 @@ TEST(FaultTest, RecordsSurviveSigkillAndTheFileEndsAtARecordEnd) {
                 CHILD_CHECK(qelLogSimplify("crash", QEL_LOG_INFO, std::to_string(i).c_str()) == 0);
             }
             qelLogSimplify("crash", static_cast<QelLogLevel>(level), "last");
-            for (int i = 0; i < 200; ++i) {
+            for (int i = 0; i < 45; ++i) {  // more than a stream's buffer, less than the writer's
                 qelLogSimplify("crash", QEL_LOG_INFO, ("after-" + std::string(60, 'a')).c_str());
             }
             struct sigaction action;
@@ -305,8 +305,8 @@ TEST(FaultTest, RecordsSurviveSigkillAndTheFileEndsAtARecordEnd) {
             EXPECT_EQ(1u, countOf(logs, "]" + std::to_string(i) + "\n")) << i;
         }
         EXPECT_EQ(1u, countOf(logs, "]last\n"));
-        EXPECT_EQ(logs.size() - 3, logs.rfind("a\n\n"));
-        EXPECT_TRUE(level != QEL_LOG_INFO || countOf(logs, "]after-") == 200);
+        EXPECT_EQ("\n\n", logs.substr(logs.size() - 2));
+        EXPECT_TRUE(level != QEL_LOG_INFO || countOf(logs, "]after-") == 45);
     }
 }
 
