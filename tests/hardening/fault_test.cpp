@@ -162,6 +162,7 @@ TEST(FileCreationTest, PlantedFilesAndLinksAreNeverFollowedOrEmptied) {
                 CHILD_CHECK(!regular || readFile(path) == "planted");
             } else {
                 CHILD_CHECK(regular && (status.st_mode & 07777) == 0640);
+                CHILD_CHECK(own.size() == 250u * ownFiles);  // the files before it are full
                 own += readFile(path);
                 ++ownFiles;
             }
@@ -196,8 +197,8 @@ TEST(FaultTest, FileSizeLimitTearsOneRecordPerFileAndNoMore) {
         for (int i = 0; i < 300; ++i) {
             qelLogSimplify("fsize", QEL_LOG_INFO, ("small-" + std::string(200, 'x')).c_str());
         }
-        CHILD_CHECK(setSoftLimit(RLIMIT_FSIZE, RLIM_INFINITY));
-        CHILD_CHECK(qelLogSimplify("fsize", QEL_LOG_INFO, "after") == 0);
+        CHILD_CHECK(setSoftLimit(RLIMIT_FSIZE, RLIM_INFINITY) &&
+                    qelLogSimplify("fsize", QEL_LOG_INFO, "after") == 0);
         CHILD_CHECK(qelLogConfigFileWriter(false) == 0);
         const auto files = logFiles(".");
         CHILD_CHECK(files.size() > 3 && files.size() <= 40);
@@ -278,12 +279,11 @@ TEST(FaultTest, RecordsSurviveSigkillAndTheFileEndsAtARecordEnd) {
     for (int level = QEL_LOG_INFO; level <= QEL_LOG_ERROR; ++level) {  // console on for info
         SCOPED_TRACE(level);
         auto result = runChild([level] {
-            close(STDOUT_FILENO);
+            int console[2];
+            CHILD_CHECK(pipe(console) == 0 && close(STDOUT_FILENO) == 0);
             CHILD_CHECK(qelLogConfigConsoleWriter(level == QEL_LOG_INFO) == 0);
             CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
-            int console[2];
-            CHILD_CHECK(pipe(console) == 0 && dup2(console[1], STDOUT_FILENO) == STDOUT_FILENO);
-            close(console[0]);
+            CHILD_CHECK(dup2(console[1], STDOUT_FILENO) == STDOUT_FILENO && close(console[0]) == 0);
             for (int i = 0; i < 50; ++i) {
                 CHILD_CHECK(qelLogSimplify("crash", QEL_LOG_INFO, std::to_string(i).c_str()) == 0);
             }
