@@ -208,7 +208,8 @@ size_t QelLogFileStream::writeAcrossFiles(bool fullFilesOnly) {
     for (bool freshFile = false; done < m_buffer.size(); freshFile = true) {
         size_t length = m_buffer.size() - done;
         if (fullFilesOnly) {
-            const uint64_t room = m_countedBytes < m_maxFileSize ? m_maxFileSize - m_countedBytes : 0;
+            const uint64_t room =
+                m_countedBytes < m_maxFileSize ? m_maxFileSize - m_countedBytes : 0;
             if (length <= room) {
                 return done;  // the rest waits for the file it will fill
             }

@@ -171,7 +171,7 @@ TEST(FileCreationTest, PlantedFilesAndLinksAreNeverFollowedOrEmptied) {
         size_t at = 0;
         for (int i = 0; i < 150; ++i) {  // every record once, in order
             const std::string record = "]rec-" + std::to_string(i) + "\n\n";
-            CHILD_CHECK(countOf(own, record) == 1 && (at = own.find(record, at)) != std::string::npos);
+            CHILD_CHECK(countOf(own, record) == 1 && (at = own.find(record, at)) != own.npos);
         }
         return 0;
     });
@@ -203,7 +203,7 @@ TEST(FaultTest, FileSizeLimitTearsOneRecordPerFileAndNoMore) {
         const auto files = logFiles(".");
         CHILD_CHECK(files.size() > 3 && files.size() <= 40);
         for (size_t i = 1; i < files.size(); ++i) {
-            CHILD_CHECK(readFile(files[i - 1]).size() == 3500 || readFile(files[i]).find("[f") == 0);
+            CHILD_CHECK(readFile(files[i - 1]).size() == 3500 || readFile(files[i])[0] == '[');
         }
         CHILD_CHECK(readFile(files.back()).find("]after\n") != std::string::npos);
         return 0;
@@ -321,7 +321,7 @@ TEST(SoakTest, ManyRecordsThroughManyFilesWhileTheFolderMoves) {
             CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogSetMaxSize(1 << 20) == 0);
             const long descriptorsBefore = openDescriptors();
             CHILD_CHECK(qelLogSetFileFolder(kFolders[1]) == 0);
-            const auto warm = runThreads(std::vector<long>(kThreads, 0), kWarmUpRecords / kThreads, 100);
+            auto warm = runThreads(std::vector<long>(kThreads), kWarmUpRecords / kThreads, 100);
             const long residentAfterWarmUp = residentBytes();
             const auto logged = runThreads(warm, perThread - kWarmUpRecords / kThreads, 0);
             const long growth = residentBytes() - residentAfterWarmUp;
@@ -353,7 +353,7 @@ TEST(HostProcessTest, ForkedChildrenLogAtOnceIntoFilesOfTheirOwn) {
             threads.emplace_back([t, &stop] {
                 for (int i = 0; !stop; ++i) {
                     t == 3 ? qelLogSetMaxSize(100000000 + i % 1000)  // no record split at a limit
-                           : qelLogSimplify("fork", QEL_LOG_INFO, std::to_string(i * 3 + t).c_str());
+                           : qelLogSimplify("fork", QEL_LOG_INFO, std::to_string(i * 3 + t).data());
                 }
             });
         }
@@ -367,8 +367,8 @@ TEST(HostProcessTest, ForkedChildrenLogAtOnceIntoFilesOfTheirOwn) {
             alarm(20);  // ends it should it deadlock
             int failures = 0;
             for (int i = 0; i < kOpens; ++i) {
-                const std::string text = "child-" + std::to_string(getpid()) + "-" + std::to_string(i);
-                qelLogSimplify("fork", QEL_LOG_INFO, text.c_str());
+                const std::string text = "child-" + std::to_string(getpid()) + "-";
+                qelLogSimplify("fork", QEL_LOG_INFO, (text + std::to_string(i)).c_str());
                 qelLogConfigFileWriter(false);
                 failures += qelLogConfigFileWriter(true) != 0;
             }
