@@ -13,8 +13,21 @@
  *     [module][V1.8.63 L hh:mm:ss:ms tid]text
  * followed by an empty line, where L is the level letter of LEVELSTRING.
  *
- * All functions may be called from any thread; configuration calls are meant to come
- * from one thread at a time. None of them throws. */
+ * Conventions of every function below:
+ * - Results: 0 for success, -1 for failure; a failure also stores a kit error code in the
+ *   process-wide slot read by *ErrnoLocal(), which the library never clears. The write
+ *   functions return 0 whether the record was written or dropped.
+ * - NULL: a NULL string gives an empty field in a record; qelLogSetFileFolder refuses a NULL
+ *   folder like a blank one. Strings longer than their field are cut, never refused.
+ * - Threads: any function may be called from any thread. Configuration calls are meant to come
+ *   from one thread at a time. Nothing throws.
+ * - Where the library must not be entered, a call changes nothing and returns at once:
+ *   once process exit has begun (the library has closed its writers, the log file with them),
+ *   and on a thread that is inside the library already (a signal handler that interrupted a
+ *   log call, a fork handler while the library holds its lock across the fork). There the
+ *   write functions drop the record and return 0, the configuration functions return -1
+ *   without storing an error code, and qelLogGetGlobalLevel returns the threshold. No call
+ *   crashes, at any moment of exit, from any thread. */
 
 #include <qel/export.h>
 

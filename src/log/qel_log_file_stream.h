@@ -59,7 +59,7 @@ public:
     // file or the new one. 0 on success. When no file can be made there: -1 with the error
     // code 0x80300002, the writer going on in a new file in "./", or switched off when that
     // fails too.
-    int moveToFolder(const char* folder);
+    QEL_NO_EXPORT int moveToFolder(const char* folder);
 
     // Sets the folder for the next file; NULL changes nothing. Meant for a closed writer.
     void setFileFolder(const char* folder);
