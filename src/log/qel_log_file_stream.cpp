@@ -252,9 +252,12 @@ int QelLogFileStream::openLog() {
     if (m_isOpen) {
         return 0;
     }
+    if (QelLog::exiting()) {
+        return -1;  // refused as after exit (log.h): the writers stay closed
+    }
     m_retryPauseUs = 0;
     m_nextRetryUs = 0;
-    if (QelLog::exiting() || openFile() != 0) {
+    if (openFile() != 0) {
         return failWith(kErrorFileOpen);
     }
     lock.signal().connect_while_locked(this, &QelLogFileStream::writeFormatLog);
@@ -278,7 +281,7 @@ int QelLogFileStream::startIn(const char* folder) {
     m_fileFolder = folder;
     m_retryPauseUs = 0;
     m_nextRetryUs = 0;
-    return QelLog::exiting() ? EPERM : openFile();
+    return openFile();
 }
 
 // The records logged so far go into the old file, all later ones into the new one: other
@@ -286,6 +289,9 @@ int QelLogFileStream::startIn(const char* folder) {
 // the move puts the writer last in the dispatch order.
 int QelLogFileStream::moveToFolder(const char* folder) {
     WriterLock lock(*this);
+    if (QelLog::exiting()) {
+        return -1;  // refused as after exit (log.h): the writers stay closed
+    }
     writeOut();
     int result = 0;
     if (startIn(folder) != 0) {
