@@ -41,10 +41,6 @@ bool consoleWriterOn() {
     return log != nullptr && log->consoleStream().isOpen();
 }
 
-bool pathExists(const char* path) {
-    return access(path, F_OK) == 0;
-}
-
 // Taken by anything, a symbolic link included, whether or not it leads anywhere.
 bool nameTaken(const char* path) {
     struct stat status;
@@ -114,6 +110,7 @@ int QelLogFileStream::openFile() {
         }
         if (m_file->createNewFile(m_fileName.c_str()) == 0) {
             m_file->setMaxFileSize(m_maxFileSize);
+            m_currentFile.watch(m_file->descriptor(), m_fileName);
             return 0;
         }
         const int error = errno;
@@ -132,6 +129,7 @@ void QelLogFileStream::closeFile() {
     if (m_file->open()) {
         m_file->closeFile();
     }
+    m_currentFile.stop();
     m_fileFolder = kWorkingFolder;
     delete m_file;
     m_file = nullptr;
@@ -184,7 +182,7 @@ bool QelLogFileStream::fileReady() {
         // writer stays on and tries again once the pause has passed.
         return timeMicros() >= m_nextRetryUs && reopen();
     }
-    if (m_newFileNeeded || !pathExists(m_file->getFileName())) {
+    if (m_newFileNeeded || m_currentFile.replaced()) {
         return reopen();
     }
     return true;
@@ -242,7 +240,9 @@ void QelLogFileStream::prepareFork() {
 
 void QelLogFileStream::continueInChild() {
     // Parent and child must never share one file's byte count, nor write into one file.
+    m_currentFile.forgetInChild();
     if (m_file != nullptr) {
+        m_file->detachInChild();
         m_newFileNeeded = true;
     }
 }

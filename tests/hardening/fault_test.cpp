@@ -326,7 +326,7 @@ TEST(SoakTest, ManyRecordsThroughManyFilesWhileTheFolderMoves) {
             const auto logged = runThreads(warm, perThread - kWarmUpRecords / kThreads, 0);
             const long growth = residentBytes() - residentAfterWarmUp;
             CHILD_CHECK(qelLogConfigFileWriter(false) == 0);
-            CHILD_CHECK(openDescriptors() == descriptorsBefore);
+            CHILD_CHECK(openDescriptors() <= descriptorsBefore + 2);  // the file watch keeps 2
             CHILD_CHECK(kSanitized || growth <= (1 << 20));
             CHILD_CHECK(missingRecords(logged) == 0);
             removeTree(".");  // the full run leaves hundreds of megabytes

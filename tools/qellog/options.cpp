@@ -6,10 +6,15 @@
 #include <cstdint>
 #include <cstring>
 
+#include "filter.h"
+#include "numbers.h"
+
 namespace qellog {
 namespace {
 
-const char kShortOptions[] = ":m:l:t:d:fs:nx:hV";  // leading ':' reports a missing argument as ':'
+// --file and --no-console have no short form: -f would be taken for following, and -n means
+// "last N records" when reading.
+const char kShortOptions[] = ":m:l:t:d:s:x:hV";  // leading ':' reports a missing argument as ':'
 
 const option kLongOptions[] = {
     {"module", required_argument, nullptr, 'm'},   {"level", required_argument, nullptr, 'l'},
@@ -28,68 +33,28 @@ std::string longName(int shortOption) {
     return std::string("-") + static_cast<char>(shortOption);
 }
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-int hexValue(char c) {
-    if (isDigit(c)) return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-// Reads digits of `base` up to the end of `text` into `value`. Fails on an empty text, a
-// foreign character, or a value above UINT32_MAX.
-bool parseUnsigned32(const char* text, int base, std::uint64_t& value) {
-    value = 0;
-    if (*text == '\0') return false;
-    for (; *text != '\0'; ++text) {
-        const int digit = base == 16 ? hexValue(*text) : (isDigit(*text) ? *text - '0' : -1);
-        if (digit < 0) return false;
-        value = value * base + static_cast<std::uint64_t>(digit);
-        if (value > UINT32_MAX) return false;
-    }
-    return true;
-}
-
 }  // namespace
 
 bool parseLevel(const char* text, QelLogLevel& level) {
-    if (text[0] == '\0' || text[1] != '\0') return false;
-    switch (text[0]) {
-        case 'V': case 'v': level = QEL_LOG_VERBOSE; return true;
-        case 'I': case 'i': level = QEL_LOG_INFO; return true;
-        case 'W': case 'w': level = QEL_LOG_WARNING; return true;
-        case 'E': case 'e': level = QEL_LOG_ERROR; return true;
-        default: return false;
+    char letter = 0;
+    if (!parseLevelName(text, letter)) return false;
+    switch (letter) {
+        case 'V': level = QEL_LOG_VERBOSE; break;
+        case 'I': level = QEL_LOG_INFO; break;
+        case 'W': level = QEL_LOG_WARNING; break;
+        default: level = QEL_LOG_ERROR; break;
     }
-}
-
-bool parseSize(const char* text, unsigned int& size) {
-    std::string digits(text);
-    std::uint64_t unit = 1;
-    if (!digits.empty()) {
-        switch (digits.back()) {
-            case 'K': case 'k': unit = 1024; break;
-            case 'M': case 'm': unit = 1024 * 1024; break;
-            case 'G': case 'g': unit = 1024 * 1024 * 1024; break;
-            default: break;
-        }
-        if (unit != 1) digits.pop_back();
-    }
-    std::uint64_t value = 0;
-    if (!parseUnsigned32(digits.c_str(), 10, value) || value * unit > UINT_MAX) return false;
-    size = static_cast<unsigned int>(value * unit);
     return true;
 }
 
 bool parseCode(const char* text, int& code) {
     std::uint64_t value = 0;
     if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        if (!parseUnsigned32(text + 2, 16, value)) return false;
+        if (!parseUnsigned(text + 2, 16, UINT32_MAX, value)) return false;
     } else if (text[0] == '-') {
-        if (!parseUnsigned32(text + 1, 10, value) || value > 0x80000000u) return false;
+        if (!parseUnsigned(text + 1, 10, 0x80000000u, value)) return false;
         value = (~value + 1) & 0xFFFFFFFFu;  // two's complement of the magnitude
-    } else if (!parseUnsigned32(text, 10, value)) {
+    } else if (!parseUnsigned(text, 10, UINT32_MAX, value)) {
         return false;
     }
     code = static_cast<int>(static_cast<std::uint32_t>(value));
@@ -98,7 +63,7 @@ bool parseCode(const char* text, int& code) {
 
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     opterr = 0;  // our own one-line messages instead of getopt's
-    optind = 1;
+    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     while ((c = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
         switch (c) {
@@ -110,7 +75,7 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
                 QelLogLevel& target = c == 'l' ? options.level : options.threshold;
                 if (!parseLevel(optarg, target)) {
                     error = "bad level '" + std::string(optarg) + "' for " + longName(c) +
-                            ": expected V, I, W or E";
+                            ": expected V, I, W, E or verbose, info, warning, error";
                     return false;
                 }
                 options.hasThreshold = options.hasThreshold || c == 't';
@@ -122,18 +87,25 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
             case 'f':
                 options.fileWriter = true;
                 break;
-            case 's':
-                if (!parseSize(optarg, options.maxSize)) {
+            case 's': {
+                std::uint64_t size = 0;
+                if (!parseSize(optarg, UINT_MAX, size)) {
                     error = "bad size '" + std::string(optarg) +
                             "' for --max-size: expected N, NK, NM or NG, at most 4294967295 bytes";
                     return false;
                 }
+                options.maxSize = static_cast<unsigned int>(size);
                 options.hasMaxSize = true;
                 break;
+            }
             case 'n':
                 options.console = false;
                 break;
             case 'x':
+                if (std::strcmp(optarg, "--list") == 0 || std::strcmp(optarg, "list") == 0) {
+                    options.action = Options::Action::ExplainList;
+                    break;
+                }
                 if (!parseCode(optarg, options.explainCode)) {
                     error = "bad error code '" + std::string(optarg) +
                             "' for --explain: expected hexadecimal 0x8030CCII or decimal";
@@ -151,6 +123,12 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
                 error = "option " + longName(optopt) + " needs an argument";
                 return false;
             default:  // '?': unknown option, or an ambiguous abbreviation of a long one
+                if (optopt == 'f' || optopt == 'n') {
+                    error = std::string("unknown option '-") + static_cast<char>(optopt) +
+                            "': to read a log folder use qellog cat [-n N] DIR or qellog "
+                            "follow DIR; to write log files use --file or --no-console";
+                    return false;
+                }
                 error = "unknown option '" +
                         (optopt != 0 ? std::string("-") + static_cast<char>(optopt)
                                      : std::string(argv[optind - 1])) +
@@ -159,7 +137,8 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
         }
     }
     options.words.assign(argv + optind, argv + argc);
-    if (options.action == Options::Action::Explain && !options.words.empty()) {
+    options.wordsAfterDashes = optind > 1 && std::strcmp(argv[optind - 1], "--") == 0;
+    if (options.action != Options::Action::Log && !options.words.empty()) {
         error = "--explain takes no MESSAGE";
         return false;
     }
@@ -168,31 +147,42 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
 
 const char* usageText() {
     return "Usage: qellog [OPTION]... [MESSAGE]...\n"
-           "   or: qellog cat [--json] DIR|FILE...\n"
-           "   or: qellog follow [--json] [--state FILE] DIR\n"
+           "   or: qellog cat [OPTION]... DIR|FILE...\n"
+           "   or: qellog follow [OPTION]... DIR\n"
+           "   or: qellog stats [OPTION]... DIR|FILE...\n"
            "   or: qellog prune DIR --keep N|--max-total SIZE|--older-than DAYS [--dry-run]\n"
+           "   or: qellog help [COMMAND]\n"
            "Log MESSAGE as one record, or without MESSAGE each line of standard input as one\n"
            "record, on the console and, when switched on, into size-limited log files.\n"
            "\n"
            "  -m, --module NAME          module name that starts each line (default qellog)\n"
-           "  -l, --level V|I|W|E        level of the records (default I)\n"
-           "  -t, --threshold V|I|W|E    drop records below this level (default I)\n"
+           "  -l, --level LEVEL          level of the records: V, I, W, E or verbose, info,\n"
+           "                             warning, error (default I)\n"
+           "  -t, --threshold LEVEL      drop records below this level (default I)\n"
            "  -d, --folder DIR           write log files into DIR, created when missing\n"
-           "  -f, --file                 write log files into the working directory\n"
+           "      --file                 write log files into the working directory\n"
            "  -s, --max-size N[K|M|G]    bytes per log file, K, M, G = 1024, 1024^2, 1024^3;\n"
            "                             0 for no limit (default 10M)\n"
-           "  -n, --no-console           do not print records on standard output\n"
+           "      --no-console           do not print records on standard output\n"
            "  -x, --explain CODE         print the message of an error code (0x8030010A or\n"
-           "                             decimal) and exit\n"
+           "                             decimal) and exit; --explain --list: every code\n"
+           "                             and its message, a tab between them\n"
            "  -h, --help                 print this help and exit\n"
            "  -V, --version              print the library version and exit\n"
+           "\n"
+           "Reading the log files back (qellog COMMAND --help for each):\n"
+           "  cat      the records, whole, oldest first; filters (--level, --module, --since,\n"
+           "           --until, --tid, --grep), -n N for the last N, --json, --color\n"
+           "  follow   the same, then each new record as the writer adds it\n"
+           "  stats    files, bytes, time span, records per level and module, warnings\n"
+           "  prune    delete the oldest log files beyond a count, size or age\n"
            "\n"
            "A record holds 2047 bytes of text: longer lines continue in the next records.\n"
            "A line feed ends a line; a carriage return stays in the text; a NUL byte is\n"
            "logged as a space. Log files are named QelLog<date-time>.log; a full file is\n"
            "continued in a new one.\n"
-           "cat, follow and prune read the log files back (see qellog cat --help); to log a\n"
-           "message that starts with one of these words, put -- before it.\n"
+           "To log a message that starts with a command's name or with the name of a folder,\n"
+           "put -- before it.\n"
            "Exit status: 0 success, 1 runtime failure (folder refused, code without a\n"
            "message, unreadable input), 2 usage error.\n";
 }
