@@ -72,9 +72,9 @@ QelLog::QelLog() : m_globalLevel(QEL_LOG_INFO) {
     // Registered once per process; the handlers find the manager through live(). The exit
     // handler runs when the process exits or the library is unloaded, where a destructor of
     // the manager would have run.
-    static const bool handlersInstalled =
-        pthread_atfork(&prepareFork, &afterForkInParent, &afterForkInChild) == 0 &&
-        atexit(&closeAtProcessExit) == 0;
+    static const int handlersInstalled =
+        pthread_atfork(&prepareFork, &afterForkInParent, &afterForkInChild) +
+        atexit(&closeAtProcessExit);
     (void)handlersInstalled;
     s_live.store(this, std::memory_order_release);
 }
