@@ -9,20 +9,11 @@
 #   bash .ci/packages.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
-root=$PWD
 build=build-deb
 packages=(qellog libqel-dev libqel1)
 
 needed=(abigail-tools lintian dpkg-dev pkg-config help2man file cmake ninja-build g++)
-missing=()
-for package in "${needed[@]}"; do
-    dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update
-    apt-get install -y --no-install-recommends "${missing[@]}"
-fi
+bash .ci/install-missing.sh "${needed[@]}"
 
 work=$(mktemp -d /tmp/qel-packages.XXXXXX)
 purge() {
