@@ -4,11 +4,20 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
 #include <qel/error.h>
+#include <qel/log.h>
 #include <qel/timeutils.h>
 
-#include "hardening/hardening_support.h"
+#include "support/test_support.h"
 
 using namespace qeltest;
 

@@ -2,7 +2,10 @@
 // a planted file or symbolic link, with the permissions of a plain open, one per process.
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <ctime>
 #include <filesystem>
@@ -10,10 +13,15 @@
 #include <map>
 #include <regex>
 #include <set>
+#include <string>
+#include <thread>
+#include <vector>
 
+#include <gtest/gtest.h>
+#include <qel/log.h>
 #include <qel/timeutils.h>
 
-#include "hardening/hardening_support.h"
+#include "support/test_support.h"
 
 using namespace qeltest;
 

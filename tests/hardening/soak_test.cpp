@@ -1,13 +1,23 @@
 // Many records from several threads through many files: QEL_SOAK_RECORDS of them, all threads
 // together (scripts/soak.sh runs 2,500,000), or a reduced number by default.
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
 
-#include "hardening/hardening_support.h"
+#include <gtest/gtest.h>
+#include <qel/log.h>
+
+#include "support/test_support.h"
 
 using namespace qeltest;
 

@@ -9,7 +9,7 @@
 #include <qel/error.h>
 
 #include "log/qel_log.h"
-#include "log_test_support.h"
+#include "support/test_support.h"
 
 using qel::QelLog;
 using qeltest::runChild;

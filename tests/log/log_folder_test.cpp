@@ -9,7 +9,7 @@
 #include <qel/error.h>
 #include <qel/log.h>
 
-#include "log_test_support.h"
+#include "support/test_support.h"
 
 using qeltest::logFiles;
 using qeltest::runChild;

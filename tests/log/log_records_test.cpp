@@ -8,7 +8,7 @@
 #include <qel/error.h>
 #include <qel/log.h>
 
-#include "log_test_support.h"
+#include "support/test_support.h"
 
 using qeltest::runChild;
 

@@ -6,7 +6,7 @@
 
 #include <qel/log.h>
 
-#include "log_test_support.h"
+#include "support/test_support.h"
 
 using qeltest::logFiles;
 using qeltest::readFile;
@@ -84,7 +84,7 @@ TEST(LogRotationTest, DeletedCurrentFileIsReplacedByANewOne) {
         CHILD_CHECK(files.size() == 1);
         CHILD_CHECK(unlink(files[0].c_str()) == 0);
         CHILD_CHECK(qelLogSimplify("m", QEL_LOG_INFO, "second") == 0);
-        CHILD_CHECK(system("rm -rf logs") == 0);
+        qeltest::removeTree("logs");
         CHILD_CHECK(qelLogSimplify("m", QEL_LOG_INFO, "third") == 0);
         return 0;
     });

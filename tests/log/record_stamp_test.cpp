@@ -15,7 +15,7 @@
 #include <qel/thread.h>
 #include <qel/timeutils.h>
 
-#include "log_test_support.h"
+#include "support/test_support.h"
 
 using qeltest::runChild;
 

@@ -15,21 +15,21 @@
 
 #include <qel/file.h>
 
+#include "support/test_support.h"
+
 using qel::FileWrapper;
 
 // Each test gets its own folder, removed with everything in it afterwards.
 class FileTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_NE(nullptr, mkdtemp(&m_folder[0])); }
-    void TearDown() override { EXPECT_EQ(0, std::system(("rm -rf " + m_folder).c_str())); }
-    std::string path(const std::string& name) { return m_folder + "/" + name; }
+    std::string path(const std::string& name) { return m_folder / name; }
     static std::unique_ptr<FileWrapper> open(const std::string& name, bool readOnly = false,
                                              bool loop = false) {
         std::unique_ptr<FileWrapper> file(FileWrapper::create());
         EXPECT_EQ(0, file->openFile(name.c_str(), readOnly, loop, false)) << name;
         return file;
     }
-    std::string m_folder = "/tmp/qel_file_XXXXXX";
+    qeltest::TempDir m_folder;
 };
 
 // Our choice for a null name: -1, with the object, open or not, and its stored name untouched.
@@ -127,7 +127,7 @@ TEST_F(FileTest, BadArgumentsTransferNothingAndNamesAreCut) {
 // the wrap of a looping read must compare the full 64-bit end. Shared memory, where there is
 // some, makes reading the hole cost no disk and little time.
 TEST_F(FileTest, OffsetsBeyondFourGigabytes) {
-    std::string name = (access("/dev/shm", W_OK) == 0 ? "/dev/shm" : m_folder) + "/qel_XXXXXX";
+    std::string name = (access("/dev/shm", W_OK) == 0 ? "/dev/shm" : m_folder.path()) + "/qel_XXXXXX";
     const int fd = mkstemp(&name[0]);
     ASSERT_GE(fd, 0);
     const int64_t markerAt = (int64_t{1} << 32) + 16;

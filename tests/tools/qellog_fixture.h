@@ -15,13 +15,9 @@
 
 #include <gtest/gtest.h>
 
-#include "log/log_test_support.h"
+#include "support/test_support.h"
 
 namespace qeltest {
-
-inline void writeFile(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 inline std::vector<std::string> textsOf(const std::vector<Record>& records) {
     std::vector<std::string> texts;
@@ -31,15 +27,6 @@ inline std::vector<std::string> textsOf(const std::vector<Record>& records) {
 
 class QellogTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/qellog-test-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(pattern));
-        m_dir = pattern;
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_dir, ignored);
-    }
     // Runs `program` with `args` in the test's folder, `input` read from a regular file on its
     // standard input, so that the tool's reads fill whole blocks.
     ChildResult run(const std::vector<std::string>& args, const std::string& input = "",
@@ -57,7 +44,8 @@ protected:
         });
     }
 
-    std::filesystem::path m_dir;
+    TempDir m_folder;
+    const std::filesystem::path m_dir{m_folder.path()};
 };
 
 }  // namespace qeltest

@@ -47,12 +47,7 @@ bool collectFiles(const std::vector<const char*>& arguments, std::vector<LogFile
             }
             files.insert(files.end(), found.begin(), found.end());
         } else {
-            LogFile file;
-            file.path = argument;
-            const std::size_t slash = file.path.rfind('/');
-            file.name = slash == std::string::npos ? file.path : file.path.substr(slash + 1);
-            file.named = parseLogFileName(file.name, file.time);
-            files.push_back(file);
+            files.push_back(logFileAt(argument));
         }
     }
     return ok;
@@ -66,7 +61,7 @@ int runCat(int argc, char** argv) {
                                       {nullptr, 0, nullptr, 0}};
     bool json = false;
     opterr = 0;
-    optind = 1;
+    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     while ((c = getopt_long(argc, argv, "+jh", kOptions, nullptr)) != -1) {
         switch (c) {

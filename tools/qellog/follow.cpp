@@ -64,14 +64,6 @@ long long nowMs() {
     return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-LogFile fileNamed(const std::string& folder, const std::string& name) {
-    LogFile file;
-    file.name = name;
-    file.path = folder + (folder.back() == '/' ? "" : "/") + name;
-    file.named = parseLogFileName(name, file.time);
-    return file;
-}
-
 const char kStateTag[] = "qellog-follow 1";
 
 // The state file: a tag line, then the file and offset where the next record starts and the
@@ -157,7 +149,7 @@ bool Follower::resume() {
         return false;
     }
     if (loaded == 1) {
-        m_current = fileNamed(m_folder, state.position.file);
+        m_current = logFileAt(pathIn(m_folder, state.position.file));
         if (!m_current.named) {
             std::fprintf(stderr, "qellog: the state file '%s' names no log file\n",
                          m_statePath.c_str());
@@ -318,7 +310,7 @@ int runFollow(int argc, char** argv) {
     bool json = false;
     std::string statePath;
     opterr = 0;
-    optind = 1;
+    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     while ((c = getopt_long(argc, argv, ":js:h", kOptions, nullptr)) != -1) {
         switch (c) {

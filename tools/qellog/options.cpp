@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "numbers.h"
+
 namespace qellog {
 namespace {
 
@@ -28,29 +30,6 @@ std::string longName(int shortOption) {
     return std::string("-") + static_cast<char>(shortOption);
 }
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-int hexValue(char c) {
-    if (isDigit(c)) return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-// Reads digits of `base` up to the end of `text` into `value`. Fails on an empty text, a
-// foreign character, or a value above UINT32_MAX.
-bool parseUnsigned32(const char* text, int base, std::uint64_t& value) {
-    value = 0;
-    if (*text == '\0') return false;
-    for (; *text != '\0'; ++text) {
-        const int digit = base == 16 ? hexValue(*text) : (isDigit(*text) ? *text - '0' : -1);
-        if (digit < 0) return false;
-        value = value * base + static_cast<std::uint64_t>(digit);
-        if (value > UINT32_MAX) return false;
-    }
-    return true;
-}
-
 }  // namespace
 
 bool parseLevel(const char* text, QelLogLevel& level) {
@@ -64,32 +43,14 @@ bool parseLevel(const char* text, QelLogLevel& level) {
     }
 }
 
-bool parseSize(const char* text, unsigned int& size) {
-    std::string digits(text);
-    std::uint64_t unit = 1;
-    if (!digits.empty()) {
-        switch (digits.back()) {
-            case 'K': case 'k': unit = 1024; break;
-            case 'M': case 'm': unit = 1024 * 1024; break;
-            case 'G': case 'g': unit = 1024 * 1024 * 1024; break;
-            default: break;
-        }
-        if (unit != 1) digits.pop_back();
-    }
-    std::uint64_t value = 0;
-    if (!parseUnsigned32(digits.c_str(), 10, value) || value * unit > UINT_MAX) return false;
-    size = static_cast<unsigned int>(value * unit);
-    return true;
-}
-
 bool parseCode(const char* text, int& code) {
     std::uint64_t value = 0;
     if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        if (!parseUnsigned32(text + 2, 16, value)) return false;
+        if (!parseUnsigned(text + 2, 16, UINT32_MAX, value)) return false;
     } else if (text[0] == '-') {
-        if (!parseUnsigned32(text + 1, 10, value) || value > 0x80000000u) return false;
+        if (!parseUnsigned(text + 1, 10, 0x80000000u, value)) return false;
         value = (~value + 1) & 0xFFFFFFFFu;  // two's complement of the magnitude
-    } else if (!parseUnsigned32(text, 10, value)) {
+    } else if (!parseUnsigned(text, 10, UINT32_MAX, value)) {
         return false;
     }
     code = static_cast<int>(static_cast<std::uint32_t>(value));
@@ -98,7 +59,7 @@ bool parseCode(const char* text, int& code) {
 
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     opterr = 0;  // our own one-line messages instead of getopt's
-    optind = 1;
+    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     while ((c = getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {
         switch (c) {
@@ -122,14 +83,17 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
             case 'f':
                 options.fileWriter = true;
                 break;
-            case 's':
-                if (!parseSize(optarg, options.maxSize)) {
+            case 's': {
+                std::uint64_t size = 0;
+                if (!parseSize(optarg, UINT_MAX, size)) {
                     error = "bad size '" + std::string(optarg) +
                             "' for --max-size: expected N, NK, NM or NG, at most 4294967295 bytes";
                     return false;
                 }
+                options.maxSize = static_cast<unsigned int>(size);
                 options.hasMaxSize = true;
                 break;
+            }
             case 'n':
                 options.console = false;
                 break;

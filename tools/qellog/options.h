@@ -33,10 +33,6 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error);
 // "V", "I", "W" or "E", either case. Returns false for anything else.
 bool parseLevel(const char* text, QelLogLevel& level);
 
-// Decimal digits with an optional K, M or G (either case, multiples of 1024). Returns false
-// when the text is malformed or the value does not fit the library's unsigned 32-bit limit.
-bool parseSize(const char* text, unsigned int& size);
-
 // An error code in hexadecimal ("0x8030010A") or decimal, negative decimals read as the
 // signed 32-bit form of the code. Returns false when malformed or out of 32 bits.
 bool parseCode(const char* text, int& code);

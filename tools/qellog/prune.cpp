@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "commands.h"
+#include "numbers.h"
+#include "prune.h"
 #include "records.h"
 
 namespace qellog {
@@ -35,34 +37,6 @@ const char kPruneUsage[] =
     "  -n, --dry-run               print what would be deleted, delete nothing\n"
     "  -h, --help                  print this help and exit\n";
 
-bool parseCount(const char* text, std::uint64_t& value) {
-    if (*text == '\0') return false;
-    value = 0;
-    for (; *text != '\0'; ++text) {
-        if (*text < '0' || *text > '9' || value > (UINT64_MAX - 9) / 10) return false;
-        value = value * 10 + static_cast<std::uint64_t>(*text - '0');
-    }
-    return true;
-}
-
-bool parseTotal(const char* text, std::uint64_t& value) {
-    std::string digits(text);
-    int shift = 0;
-    if (!digits.empty()) {
-        switch (digits.back()) {
-            case 'K': case 'k': shift = 10; break;
-            case 'M': case 'm': shift = 20; break;
-            case 'G': case 'g': shift = 30; break;
-            case 'T': case 't': shift = 40; break;
-            default: break;
-        }
-        if (shift != 0) digits.pop_back();
-    }
-    if (!parseCount(digits.c_str(), value) || value > (UINT64_MAX >> shift)) return false;
-    value <<= shift;
-    return true;
-}
-
 bool parseDays(const char* text, double& days) {
     char* end = nullptr;
     errno = 0;
@@ -70,27 +44,37 @@ bool parseDays(const char* text, double& days) {
     return *text != '\0' && *end == '\0' && errno == 0 && std::isfinite(days) && days >= 0;
 }
 
+// Whether file `index` of `count` goes by one of the limits; `total` is what the files from
+// this one on hold together.
+bool beyondCount(std::size_t index, std::size_t count, const PruneRequest& request) {
+    return request.hasKeep && count - index > std::max<std::uint64_t>(request.keep, 1);
+}
+bool beyondTotal(std::uint64_t total, const PruneRequest& request) {
+    return request.hasTotal && total > request.maxTotal;
+}
+bool tooOld(const PruneCandidate& file, const PruneRequest& request, std::time_t now) {
+    return request.hasAge && file.modified != 0 &&
+           std::difftime(now, file.modified) > request.days * 86400.0;
+}
+
 }  // namespace
 
-int runPrune(int argc, char** argv) {
+int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
     static const option kOptions[] = {
         {"keep", required_argument, nullptr, 'k'},   {"max-total", required_argument, nullptr, 's'},
         {"older-than", required_argument, nullptr, 'o'}, {"dry-run", no_argument, nullptr, 'n'},
         {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0}};
-    bool hasKeep = false, hasTotal = false, hasAge = false, dryRun = false;
-    std::uint64_t keep = 0, maxTotal = 0;
-    double days = 0;
     opterr = 0;
-    optind = 1;
+    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     bool ok = true;
     while ((c = getopt_long(argc, argv, ":k:s:o:nh", kOptions, nullptr)) != -1) {
         switch (c) {
-            case 'k': ok = hasKeep = parseCount(optarg, keep); break;
-            case 's': ok = hasTotal = parseTotal(optarg, maxTotal); break;
-            case 'o': ok = hasAge = parseDays(optarg, days); break;
-            case 'n': dryRun = true; break;
-            case 'h': std::fputs(kPruneUsage, stdout); return 0;
+            case 'k': ok = request.hasKeep = parseUnsigned(optarg, 10, UINT64_MAX, request.keep); break;
+            case 's': ok = request.hasTotal = parseSize(optarg, UINT64_MAX, request.maxTotal); break;
+            case 'o': ok = request.hasAge = parseDays(optarg, request.days); break;
+            case 'n': request.dryRun = true; break;
+            case 'h': std::fputs(kPruneUsage, stdout); return -1;
             default: return optionError(c, argv, "prune");
         }
         if (!ok) {
@@ -100,45 +84,53 @@ int runPrune(int argc, char** argv) {
             return 2;
         }
     }
-    if (optind + 1 != argc || !(hasKeep || hasTotal || hasAge)) {
+    if (optind + 1 != argc || !(request.hasKeep || request.hasTotal || request.hasAge)) {
         std::fprintf(stderr,
                      "qellog: prune needs one DIR and --keep, --max-total or --older-than (see "
                      "qellog prune --help)\n");
         return 2;
     }
-    const std::string folder = argv[optind];
+    request.folder = argv[optind];
+    return 0;
+}
+
+std::vector<bool> selectForDeletion(const std::vector<PruneCandidate>& files,
+                                    const PruneRequest& request, std::time_t now) {
+    std::uint64_t total = 0;
+    for (const PruneCandidate& file : files) total += file.size;
+    std::vector<bool> doomed(files.size(), false);
+    for (std::size_t i = 0; i + 1 < files.size(); ++i) {
+        doomed[i] = beyondCount(i, files.size(), request) || beyondTotal(total, request) ||
+                    tooOld(files[i], request, now);
+        if (doomed[i]) total -= files[i].size;
+    }
+    return doomed;
+}
+
+int runPrune(int argc, char** argv) {
+    PruneRequest request;
+    const int parsed = parsePruneArguments(argc, argv, request);
+    if (parsed != 0) return parsed < 0 ? 0 : parsed;
     std::vector<LogFile> files;
     std::string error;
-    if (!listLogFiles(folder, files, error)) {
-        std::fprintf(stderr, "qellog: cannot read folder '%s': %s\n", folder.c_str(),
+    if (!listLogFiles(request.folder, files, error)) {
+        std::fprintf(stderr, "qellog: cannot read folder '%s': %s\n", request.folder.c_str(),
                      error.c_str());
         return 1;
     }
-    // Files are looked at oldest first; the newest one, the writer's current file, stays.
-    const std::size_t count = files.size();
-    std::vector<bool> doomed(count, false);
-    std::vector<struct stat> status(count);
-    std::uint64_t total = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        if (stat(files[i].path.c_str(), &status[i]) != 0) {
-            std::memset(&status[i], 0, sizeof(struct stat));  // gone: counts as empty, no age
+    std::vector<PruneCandidate> candidates(files.size());
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        struct stat status;
+        if (stat(files[i].path.c_str(), &status) == 0) {  // gone: counts as empty, no age
+            candidates[i].size = static_cast<std::uint64_t>(status.st_size);
+            candidates[i].modified = status.st_mtime;
         }
-        total += static_cast<std::uint64_t>(status[i].st_size);
     }
-    const std::time_t now = std::time(nullptr);
-    for (std::size_t i = 0; i + 1 < count; ++i) {
-        if (hasKeep && count - i > std::max<std::uint64_t>(keep, 1)) doomed[i] = true;
-        if (hasTotal && total > maxTotal) doomed[i] = true;
-        if (hasAge && status[i].st_mtime != 0 &&
-            std::difftime(now, status[i].st_mtime) > days * 86400.0) {
-            doomed[i] = true;
-        }
-        if (doomed[i]) total -= static_cast<std::uint64_t>(status[i].st_size);
-    }
+    const std::vector<bool> doomed = selectForDeletion(candidates, request, std::time(nullptr));
     int result = 0;
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < files.size(); ++i) {
         if (!doomed[i]) continue;
-        if (dryRun) {
+        if (request.dryRun) {
             std::printf("would delete %s\n", files[i].path.c_str());
         } else if (unlink(files[i].path.c_str()) == 0) {
             std::printf("deleted %s\n", files[i].path.c_str());

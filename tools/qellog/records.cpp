@@ -10,6 +10,8 @@
 #include <cstring>
 #include <tuple>
 
+#include "numbers.h"
+
 namespace qellog {
 namespace {
 
@@ -20,8 +22,6 @@ constexpr std::size_t kModuleMax = 127;
 // text. Bytes that go on longer without an end are handed out in pieces of this size, so that
 // a foreign file cannot make the reader hold it whole.
 constexpr std::size_t kMaxRecord = 64 * 1024;
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // Reads bytes one by one; `partial` notes that the bytes ended before a decision.
 struct Cursor {
@@ -143,6 +143,19 @@ bool operator<(const FileTime& a, const FileTime& b) {
            std::tie(b.year, b.month, b.day, b.hour, b.minute, b.second, b.millisecond);
 }
 
+LogFile logFileAt(const std::string& path) {
+    LogFile file;
+    file.path = path;
+    const std::size_t slash = path.rfind('/');
+    file.name = slash == std::string::npos ? path : path.substr(slash + 1);
+    file.named = parseLogFileName(file.name, file.time);
+    return file;
+}
+
+std::string pathIn(const std::string& folder, const std::string& name) {
+    return folder + (folder.empty() || folder.back() == '/' ? "" : "/") + name;
+}
+
 bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::string& error) {
     files.clear();
     DIR* dir = opendir(folder.c_str());
@@ -151,13 +164,11 @@ bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::s
         return false;
     }
     while (const dirent* entry = readdir(dir)) {
-        LogFile file;
-        file.name = entry->d_name;
-        if (!parseLogFileName(file.name, file.time)) continue;
-        file.path = folder + (folder.empty() || folder.back() == '/' ? "" : "/") + file.name;
+        LogFile file = logFileAt(pathIn(folder, entry->d_name));
         struct stat status;
-        if (lstat(file.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
-        file.named = true;
+        if (!file.named || lstat(file.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+            continue;
+        }
         files.push_back(file);
     }
     closedir(dir);
@@ -252,100 +263,118 @@ std::string RecordReader::dateOf(const Segment& segment, const Record& record) {
     return civilDate(m_refMs);
 }
 
-bool RecordReader::next(Record& record, DataEnd end) {
+namespace {
+
+// Whether a header (or its absence) after a line end or at a file's start ends the record.
+RecordReader::Scan endBefore(HeaderMatch match, DataEnd end) {
+    if (match == HeaderMatch::Yes || (match == HeaderMatch::Partial && end == DataEnd::Final)) {
+        return RecordReader::Scan::Found;
+    }
+    return match == HeaderMatch::Partial ? RecordReader::Scan::Wait : RecordReader::Scan::Open;
+}
+
+}  // namespace
+
+RecordReader::Scan RecordReader::endAtBoundary(std::size_t segment, std::size_t boundary,
+                                               DataEnd end) const {
+    // A file that begins with a header begins a record, and so does any file next to one that
+    // the writer did not name: only its own files continue each other.
+    if (!m_segments[segment].file.named || (segment > 0 && !m_segments[segment - 1].file.named)) {
+        return Scan::Found;
+    }
+    const std::size_t size = m_buffer.size() - m_start;
+    return endBefore(matchHeader(m_buffer.data() + m_start + boundary, size - boundary, nullptr,
+                                 nullptr),
+                     end);
+}
+
+RecordReader::Scan RecordReader::endAfterLine(std::size_t lineEnd, std::size_t textBegin,
+                                              bool headed, DataEnd end) const {
     const char* data = m_buffer.data() + m_start;
     const std::size_t size = m_buffer.size() - m_start;
-    if (size == 0) return false;
-    Header header;
-    std::size_t headerLength = 0;
-    const HeaderMatch start = matchHeader(data, size, &header, &headerLength);
-    if (start == HeaderMatch::Partial && end != DataEnd::Final) return false;
-    const bool headed = start == HeaderMatch::Yes;
-    const std::size_t textBegin = headed ? headerLength : 0;
-    const std::size_t limit = std::min(size, kMaxRecord);
+    // A record ends with an empty line; a piece may also end with a plain line feed.
+    const bool emptyLine = lineEnd >= textBegin + 1 && data[lineEnd - 1] == '\n';
+    if (headed && !emptyLine) return Scan::Open;
+    const std::size_t after = lineEnd + 1;
+    if (after == size) {
+        const bool ends = end == DataEnd::Final || (end == DataEnd::Quiet && emptyLine);
+        return ends ? Scan::Found : Scan::Wait;
+    }
+    return endBefore(matchHeader(data + after, size - after, nullptr, nullptr), end);
+}
 
+RecordReader::Scan RecordReader::findEnd(std::size_t textBegin, bool headed, DataEnd end,
+                                         std::size_t& length) {
+    const char* data = m_buffer.data() + m_start;
+    const std::size_t size = m_buffer.size() - m_start;
+    const std::size_t limit = std::min(size, kMaxRecord);
     // The first file that begins after the start of the record.
     std::size_t segment = 0;
     while (segment < m_segments.size() &&
            m_segments[segment].at <= m_start + std::max<std::size_t>(textBegin, 1) - 1) {
         ++segment;
     }
-    std::size_t found = std::string::npos;
-    std::size_t at = std::max(m_scanFrom, textBegin);
-    while (found == std::string::npos) {
+    for (std::size_t at = std::max(m_scanFrom, textBegin);;) {
         const std::size_t boundary =
             segment < m_segments.size() ? m_segments[segment].at - m_start : std::string::npos;
         const void* feed = at < limit ? std::memchr(data + at, '\n', limit - at) : nullptr;
         const std::size_t lineEnd =
             feed != nullptr ? static_cast<const char*>(feed) - data : std::string::npos;
+        Scan scan;
         if (boundary < limit && boundary <= lineEnd) {
-            // A file that begins with a header begins a record, and so does any file next to
-            // one that the writer did not name: only its own files continue each other.
-            const bool foreign = !m_segments[segment].file.named ||
-                                 (segment > 0 && !m_segments[segment - 1].file.named);
-            const HeaderMatch match =
-                foreign ? HeaderMatch::Yes
-                        : matchHeader(data + boundary, size - boundary, nullptr, nullptr);
-            if (match == HeaderMatch::Yes ||
-                (match == HeaderMatch::Partial && end == DataEnd::Final)) {
-                found = boundary;
-            } else if (match == HeaderMatch::Partial) {
-                m_scanFrom = boundary;
-                return false;
-            }
-            ++segment;
-            continue;
-        }
-        if (lineEnd == std::string::npos) break;
-        at = lineEnd + 1;
-        // A record ends with an empty line; a piece may also end with a plain line feed.
-        const bool emptyLine = lineEnd >= textBegin + 1 && data[lineEnd - 1] == '\n';
-        if (headed && !emptyLine) continue;
-        const std::size_t after = lineEnd + 1;
-        if (after == size) {
-            if (end == DataEnd::Final || (end == DataEnd::Quiet && emptyLine)) {
-                found = size;
-            } else {
-                m_scanFrom = lineEnd;
-                return false;
-            }
+            scan = endAtBoundary(segment++, boundary, end);
+            length = m_scanFrom = boundary;
+        } else if (lineEnd != std::string::npos) {
+            at = lineEnd + 1;
+            scan = endAfterLine(lineEnd, textBegin, headed, end);
+            length = lineEnd + 1;
+            m_scanFrom = lineEnd;
+        } else {
             break;
         }
-        const HeaderMatch match = matchHeader(data + after, size - after, nullptr, nullptr);
-        if (match == HeaderMatch::Yes ||
-            (match == HeaderMatch::Partial && end == DataEnd::Final)) {
-            found = after;
-        } else if (match == HeaderMatch::Partial) {
-            m_scanFrom = lineEnd;
-            return false;
-        }
+        if (scan != Scan::Open) return scan;
     }
-    bool cut = false;
-    if (found == std::string::npos) {
-        if (limit < size) {
-            found = limit;
-            cut = true;
-        } else if (end == DataEnd::Final) {
-            found = size;
-        } else {
-            m_scanFrom = size;
-            return false;
-        }
+    // No end in reach: a record longer than any the writer makes is handed out in pieces.
+    if (limit < size) {
+        length = limit;
+        return Scan::Cut;
     }
+    length = m_scanFrom = size;
+    return end == DataEnd::Final ? Scan::Found : Scan::Wait;
+}
 
+void RecordReader::take(Record& record, const Header* header, std::size_t textBegin,
+                        std::size_t length, bool cut) {
+    const char* data = m_buffer.data() + m_start;
     record = Record();
-    record.headed = headed;
-    if (headed) record.header = header;
-    record.bytes.assign(data, found);
-    record.complete = found >= textBegin + 2 && data[found - 1] == '\n' && data[found - 2] == '\n';
+    record.headed = header != nullptr;
+    if (header != nullptr) record.header = *header;
+    record.bytes.assign(data, length);
+    record.complete =
+        length >= textBegin + 2 && data[length - 1] == '\n' && data[length - 2] == '\n';
     record.cut = cut;
     record.textBegin = textBegin;
-    record.textEnd = record.complete ? found - 2 : found;
+    record.textEnd = record.complete ? length - 2 : length;
     const Segment& first = segmentAt(m_start);
     record.file = first.file.name;
     record.offset = first.offset + (m_start - first.at);
     record.date = dateOf(first, record);
-    consume(found);
+    consume(length);
+}
+
+bool RecordReader::next(Record& record, DataEnd end) {
+    const std::size_t size = m_buffer.size() - m_start;
+    if (size == 0) return false;
+    Header header;
+    std::size_t headerLength = 0;
+    const HeaderMatch start = matchHeader(m_buffer.data() + m_start, size, &header, &headerLength);
+    if (start == HeaderMatch::Partial && end != DataEnd::Final) return false;
+    const bool headed = start == HeaderMatch::Yes;
+    const std::size_t textBegin = headed ? headerLength : 0;
+    std::size_t length = 0;
+    const Scan scan = findEnd(textBegin, headed, end, length);
+    if (scan == Scan::Wait) return false;
+    take(record, headed ? &header : nullptr, textBegin, length, scan == Scan::Cut);
     return true;
 }
 

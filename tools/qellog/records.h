@@ -27,6 +27,12 @@ struct LogFile {
     FileTime time;
 };
 
+// The entry for the file at `path` (a folder, if any, and a name); `named` and `time` tell
+// whether and when the writer made its name.
+LogFile logFileAt(const std::string& path);
+// `name` in `folder`, with one "/" between them.
+std::string pathIn(const std::string& folder, const std::string& name);
+
 // The regular files in `folder` with the writer's name pattern, oldest first. Returns false,
 // with the reason in `error`, when the folder cannot be read.
 bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::string& error);
@@ -109,6 +115,10 @@ public:
     // Bytes handed in but not yet handed out as records.
     std::size_t pending() const { return m_buffer.size() - m_start; }
 
+    // How the search for the end of a record came out: found, not decidable from the bytes so
+    // far, not here (search on), or no end within the longest record.
+    enum class Scan { Found, Wait, Open, Cut };
+
 private:
     struct Segment {
         std::size_t at;  // index in m_buffer of the file's first byte here
@@ -117,6 +127,13 @@ private:
     };
     const Segment& segmentAt(std::size_t index) const;
     std::string dateOf(const Segment& segment, const Record& record);
+    // The steps of next(): where the record at m_start ends, whether it ends before the file
+    // `segment` or after the line feed at `lineEnd` (offsets from m_start), and handing it out.
+    Scan findEnd(std::size_t textBegin, bool headed, DataEnd end, std::size_t& length);
+    Scan endAtBoundary(std::size_t segment, std::size_t boundary, DataEnd end) const;
+    Scan endAfterLine(std::size_t lineEnd, std::size_t textBegin, bool headed, DataEnd end) const;
+    void take(Record& record, const Header* header, std::size_t textBegin, std::size_t length,
+              bool cut);
     void consume(std::size_t length);
 
     std::string m_buffer;

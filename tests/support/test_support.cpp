@@ -1,17 +1,16 @@
-#include "log_test_support.h"
+#include "support/test_support.h"
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <ftw.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -21,16 +20,24 @@
 
 namespace qeltest {
 
+TempDir::TempDir() {
+    char pattern[] = "/tmp/qel-test-XXXXXX";
+    if (mkdtemp(pattern) == nullptr) {
+        ADD_FAILURE() << "cannot make a temporary folder";
+    }
+    m_path = pattern;
+}
+
+TempDir::~TempDir() {
+    removeTree(m_path);
+}
+
 ChildResult runChild(const std::function<int()>& body, int timeoutSeconds) {
     ChildResult result;
-    char pattern[] = "/tmp/qel-log-test-XXXXXX";
-    result.dir = mkdtemp(pattern);
-    result.removeDir = std::shared_ptr<void>(nullptr, [dir = result.dir](void*) {
-        std::error_code ignored;
-        std::filesystem::remove_all(dir, ignored);
-    });
-    const std::string outPath = result.dir + "/.stdout";
-    const std::string errPath = result.dir + "/.stderr";
+    result.folder = std::make_shared<TempDir>();
+    result.dir = result.folder->path();
+    const std::string outPath = *result.folder / ".stdout";
+    const std::string errPath = *result.folder / ".stderr";
     fflush(nullptr);
     const pid_t pid = fork();
     result.pid = pid;
@@ -52,16 +59,15 @@ ChildResult runChild(const std::function<int()>& body, int timeoutSeconds) {
         if (std::chrono::steady_clock::now() > deadline) {
             kill(pid, SIGKILL);
             waitpid(pid, &status, 0);
-            result.out = readFile(outPath);
-            result.err = readFile(errPath);
-            return result;
+            status = -1;
+            break;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    result.finished = true;
-    if (WIFEXITED(status)) {
+    result.finished = status != -1;
+    if (result.finished && WIFEXITED(status)) {
         result.exitCode = WEXITSTATUS(status);
-    } else if (WIFSIGNALED(status)) {
+    } else if (result.finished && WIFSIGNALED(status)) {
         result.signal = WTERMSIG(status);
     }
     result.out = readFile(outPath);
@@ -71,7 +77,8 @@ ChildResult runChild(const std::function<int()>& body, int timeoutSeconds) {
 
 std::vector<Record> parseRecords(const std::string& output) {
     static const std::regex kRecord(
-        R"(\[([^\]]*)\]\[V1\.8\.63 ([VIWE?]) (\d{2}:\d{2}:\d{2}:(?:0|[1-9]\d{0,2})) (\d+)\]([^\n]*)\n\n)");
+        R"(\[([^\]]*)\]\[V)" + std::regex_replace(std::string(QELTEST_VERSION), std::regex(R"(\.)"), R"(\.)") +
+        R"( ([VIWE?]) (\d{2}:\d{2}:\d{2}:(?:0|[1-9]\d{0,2})) (\d+)\]([^\n]*)\n\n)");
     std::vector<Record> records;
     auto begin = output.cbegin();
     std::smatch match;
@@ -92,6 +99,27 @@ std::string readFile(const std::string& path) {
     std::ostringstream content;
     content << in.rdbuf();
     return content.str();
+}
+
+void writeFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+void removeTree(const std::string& path) {
+    auto removeOne = [](const char* name, const struct stat*, int, struct FTW*) {
+        remove(name);
+        return 0;
+    };
+    nftw(path.c_str(), removeOne, 16, FTW_DEPTH | FTW_PHYS);
+}
+
+size_t countOf(const std::string& text, const std::string& needle) {
+    size_t count = 0;
+    for (size_t at = text.find(needle); at != std::string::npos;
+         at = text.find(needle, at + needle.size())) {
+        ++count;
+    }
+    return count;
 }
 
 std::vector<std::string> logFiles(const std::string& dir) {

@@ -1,0 +1,140 @@
+// The tool's pure parts called in this process: the command-line and number parsers, prune's
+// choice of files, and the record reader on bytes given by hand.
+
+#include <climits>
+#include <cstdint>
+
+#include <gtest/gtest.h>
+
+#include "numbers.h"
+#include "options.h"
+#include "prune.h"
+#include "records.h"
+
+using namespace qellog;
+
+namespace {
+
+// argv for a parser, kept alive by the object.
+struct Argv {
+    std::vector<std::string> words;
+    std::vector<char*> pointers;
+    explicit Argv(std::vector<std::string> args) : words(std::move(args)) {
+        for (std::string& word : words) pointers.push_back(&word[0]);
+        pointers.push_back(nullptr);
+    }
+    int argc() const { return static_cast<int>(words.size()); }
+    char** argv() { return pointers.data(); }
+};
+
+TEST(QellogParsers, NumbersSizesAndCodes) {
+    const struct { const char* text; std::uint64_t max, value; } sizes[] = {  // value 1: refused
+        {"0", UINT_MAX, 0}, {"3k", UINT_MAX, 3072}, {"4294967295", UINT_MAX, UINT_MAX},
+        {"4G", UINT_MAX, 1}, {"4294967296", UINT_MAX, 1}, {"99999999999999999999", UINT64_MAX, 1},
+        {"12Q", UINT_MAX, 1}, {"-1", UINT_MAX, 1}, {"K", UINT_MAX, 1}, {"", UINT_MAX, 1},
+        {"16777215T", UINT64_MAX, 16777215ull << 40}, {"16777216T", UINT64_MAX, 1},
+        {"18446744073709551615", UINT64_MAX, UINT64_MAX}};
+    for (const auto& c : sizes) {
+        std::uint64_t value = 1;
+        EXPECT_EQ(c.value != 1, parseSize(c.text, c.max, value)) << c.text;
+        EXPECT_EQ(c.value, value) << c.text;
+    }
+    const struct { const char* text; std::uint32_t code; } codes[] = {  // code 1: refused
+        {"0x80300002", 0x80300002u}, {"0X8030010a", 0x8030010Au}, {"2150629378", 0x80300002u},
+        {"-2144337918", 0x80300002u}, {"-2147483648", 0x80000000u}, {"-2147483649", 1},
+        {"zz", 1}, {"0x", 1}, {"0x1FFFFFFFF", 1}, {"12a", 1}, {"", 1}, {"4294967296", 1}};
+    for (const auto& c : codes) {
+        int code = 1;
+        EXPECT_EQ(c.code != 1, parseCode(c.text, code)) << c.text;
+        EXPECT_EQ(c.code, static_cast<std::uint32_t>(code)) << c.text;
+    }
+}
+
+TEST(QellogParsers, LoggingCommandLine) {
+    const struct { std::vector<std::string> args; const char* error; } refused[] = {
+        {{"qellog", "--bogus"}, "unknown option '--bogus' (see qellog --help)"},
+        {{"qellog", "-q"}, "unknown option '-q' (see qellog --help)"},
+        {{"qellog", "--level"}, "option --level needs an argument"},
+        {{"qellog", "-s"}, "option --max-size needs an argument"},
+        {{"qellog", "-t", "II"}, "bad level 'II' for --threshold: expected V, I, W or E"},
+        {{"qellog", "-s", "4G"}, "bad size '4G' for --max-size: expected N, NK, NM or NG, at "
+                                 "most 4294967295 bytes"},
+        {{"qellog", "-x", "1", "t"}, "--explain takes no MESSAGE"},
+        {{"qellog", "-x", "zz"}, "bad error code 'zz' for --explain: expected hexadecimal "
+                                 "0x8030CCII or decimal"}};
+    for (const auto& c : refused) {
+        Argv argv(c.args);
+        Options options;
+        std::string error;
+        EXPECT_FALSE(parseOptions(argv.argc(), argv.argv(), options, error)) << c.error;
+        EXPECT_EQ(c.error, error);
+    }
+    Argv argv({"qellog", "-m", "cam", "-l", "w", "-t", "V", "-d", "logs", "-s", "2K", "-n", "a",
+               "b"});
+    Options o;
+    std::string error;
+    ASSERT_TRUE(parseOptions(argv.argc(), argv.argv(), o, error)) << error;
+    EXPECT_EQ("cam logs", std::string(o.module) + " " + o.folder);
+    EXPECT_TRUE(o.level == QEL_LOG_WARNING && o.threshold == QEL_LOG_VERBOSE && o.hasThreshold);
+    EXPECT_TRUE(o.hasMaxSize && o.maxSize == 2048 && !o.console && o.words.size() == 2);
+}
+
+TEST(QellogParsers, PruneArgumentsAndChoice) {
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"prune", "logs"}, {"prune", "logs", "-k", "x"}, {"prune", "logs", "-s", "1Q"},
+             {"prune", "logs", "-o", "-1"}, {"prune", "a", "b", "-k", "1"}}) {
+        Argv argv(args);
+        PruneRequest request;
+        EXPECT_EQ(2, parsePruneArguments(argv.argc(), argv.argv(), request)) << args.back();
+    }
+    PruneRequest request;
+    Argv argv({"prune", "logs", "-s", "1K", "-o", "0.5", "-n"});
+    ASSERT_EQ(0, parsePruneArguments(argv.argc(), argv.argv(), request));
+    EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep);
+    EXPECT_TRUE(request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");
+
+    // Five files of 300 bytes, oldest first, written 24, 20, 16, 12 and 8 hours before `now`.
+    const std::time_t now = 1000000;
+    std::vector<PruneCandidate> files;
+    for (int i = 0; i < 5; ++i) files.push_back({300, now - 86400 + i * 3600 * 4});
+    const auto chosen = [&](bool PruneRequest::*has, void (*set)(PruneRequest&)) {
+        PruneRequest r;
+        r.*has = true;
+        set(r);
+        std::string marks;
+        for (bool doomed : selectForDeletion(files, r, now)) marks += doomed ? 'x' : '.';
+        return marks;
+    };
+    EXPECT_EQ("xxx..", chosen(&PruneRequest::hasKeep, [](PruneRequest& r) { r.keep = 2; }));
+    EXPECT_EQ("xxxx.", chosen(&PruneRequest::hasKeep, [](PruneRequest& r) { r.keep = 0; }));
+    EXPECT_EQ("xx...", chosen(&PruneRequest::hasTotal, [](PruneRequest& r) { r.maxTotal = 900; }));
+    EXPECT_EQ("xx...", chosen(&PruneRequest::hasAge, [](PruneRequest& r) { r.days = 0.75; }));
+    files[0].modified = 0;  // gone meanwhile: no age known
+    EXPECT_EQ(".x...", chosen(&PruneRequest::hasAge, [](PruneRequest& r) { r.days = 0.75; }));
+}
+
+// The longest module a header can have, and a newest file cut right after one line feed.
+TEST(QellogReader, HeaderLimitsAndQuietEnds) {
+    const std::string header = "[" + std::string(127, 'm') + "][V1.8.63 W 01:02:03:4 56]";
+    Header parsed;
+    std::size_t length = 0;
+    ASSERT_EQ(HeaderMatch::Yes, matchHeader(header.data(), header.size(), &parsed, &length));
+    EXPECT_EQ(std::string(127, 'm'), parsed.module);
+    EXPECT_EQ(header.size(), length);
+    const std::string tooLong = "[m" + header.substr(1);
+    EXPECT_EQ(HeaderMatch::No, matchHeader(tooLong.data(), tooLong.size(), nullptr, nullptr));
+
+    RecordReader reader;
+    reader.beginFile(logFileAt("logs/QelLog2026-01-01-00-00-00-0.log"), 0);
+    const std::string bytes = header + "text\n";
+    reader.append(bytes.data(), bytes.size());
+    Record record;
+    EXPECT_FALSE(reader.next(record, DataEnd::Quiet));  // one line feed is no record end
+    reader.append("\n", 1);
+    ASSERT_TRUE(reader.next(record, DataEnd::Quiet));
+    EXPECT_TRUE(record.headed && record.complete);
+    EXPECT_EQ("text", record.bytes.substr(record.textBegin, record.textEnd - record.textBegin));
+    EXPECT_EQ("2026-01-01", record.date);
+}
+
+}  // namespace
