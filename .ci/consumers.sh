@@ -216,6 +216,10 @@ export PKG_CONFIG_PATH=$moved/${libdir#"$prefix"/}/pkgconfig
 moved_include=$(pkg-config --variable=includedir qel)
 [[ "$(cd "$moved_include" 2>/dev/null && pwd -P)" == "$(cd "$moved/include" && pwd -P)" ]] \
     || fail "qel.pc does not follow a moved prefix (includedir $moved_include)"
+# The installed tool finds the library through its relative run path, with no environment.
+if [[ -x "$moved/bin/qellog" ]]; then
+    env -i "$moved/bin/qellog" --version || fail "bin/qellog does not run from a moved prefix"
+fi
 
 # ---- Result --------------------------------------------------------------------------------
 if [[ ${#failures[@]} -gt 0 ]]; then
