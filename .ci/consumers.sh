@@ -87,6 +87,13 @@ for file in qelConfig.cmake qelConfigVersion.cmake qelTargets.cmake; do
     [[ -f "$cmake_dir/$file" ]] || fail "${cmake_dir#"$prefix"/}/$file is not installed"
 done
 
+# qel::qel gives consumers its include directory and the library, no language standard, no
+# options and no further libraries: a C program must not get C++ requirements.
+if grep -E "INTERFACE_(COMPILE_FEATURES|COMPILE_OPTIONS|COMPILE_DEFINITIONS|LINK_LIBRARIES)" \
+        "$cmake_dir/qelTargets.cmake"; then
+    fail "qel::qel passes usage requirements on beyond its include directory"
+fi
+
 # The tree holds the library, its headers, its packages and the tools, nothing built for tests.
 stray=$(find "$prefix" \( -iname '*test*' -o -iname '*gtest*' -o -iname '*gmock*' \
                            -o -iname '*bench*' -o -name '*.a' -o -name '*.o' \) -print)
