@@ -97,7 +97,7 @@ TEST_F(QellogTest, RefusedFolderLogsInTheWorkingDirectoryAndFails) {
         EXPECT_EQ(1, result.exitCode);
         // The library's own "mkdir error" line may come first.
         const std::string reason = folder[0] == ' ' ? "The value of the parameter is invalid!"
-                                                    : "Failed to open the file!";
+                                                    : "Failed to open the file! (Not a directory)";
         EXPECT_NE(std::string::npos,
                   result.err.find("qellog: folder '" + std::string(folder) + "' refused: " +
                                   reason + "; logging continues in the working directory\n"))
@@ -118,7 +118,8 @@ TEST_F(QellogTest, CommandLineAnswers) {
         const char* err;
     } cases[] = {
         {{"--level", "X", "text"}, 2, "",
-         "qellog: bad level 'X' for --level: expected V, I, W or E\n"},
+         "qellog: bad level 'X' for --level: expected V, I, W, E or verbose, info, warning, "
+         "error\n"},
         {{"prune", "logs", "--keep", "x"}, 2, "",
          "qellog: bad value 'x' for --keep (see qellog prune --help)\n"},
         {{"cat", "--bogus", "logs"}, 2, "",

@@ -34,7 +34,7 @@ const char kPruneUsage[] =
     "                              SIZE bytes (K, M, G, T = 1024, 1024^2, ...)\n"
     "  -o, --older-than DAYS       delete files last written more than DAYS days ago\n"
     "                              (a decimal number, like 0.5)\n"
-    "  -n, --dry-run               print what would be deleted, delete nothing\n"
+    "      --dry-run               print what would be deleted, delete nothing\n"
     "  -h, --help                  print this help and exit\n";
 
 bool parseDays(const char* text, double& days) {
@@ -68,7 +68,7 @@ int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
     optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     bool ok = true;
-    while ((c = getopt_long(argc, argv, ":k:s:o:nh", kOptions, nullptr)) != -1) {
+    while ((c = getopt_long(argc, argv, ":k:s:o:h", kOptions, nullptr)) != -1) {
         switch (c) {
             case 'k': ok = request.hasKeep = parseUnsigned(optarg, 10, UINT64_MAX, request.keep); break;
             case 's': ok = request.hasTotal = parseSize(optarg, UINT64_MAX, request.maxTotal); break;
