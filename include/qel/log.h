@@ -26,8 +26,9 @@
  *   and on a thread that is inside the library already (a signal handler that interrupted a
  *   log call, a fork handler while the library holds its lock across the fork). There the
  *   write functions drop the record and return 0, the configuration functions return -1
- *   without storing an error code, and qelLogGetGlobalLevel returns the threshold. No call
- *   crashes, at any moment of exit, from any thread. */
+ *   without storing an error code (a folder text that qelLogSetFileFolder refuses for itself
+ *   still stores its own), and qelLogGetGlobalLevel returns the threshold. No call crashes,
+ *   at any moment of exit, from any thread. */
 
 #include <qel/export.h>
 
