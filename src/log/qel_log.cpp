@@ -10,10 +10,11 @@ namespace {
 
 std::atomic<bool> g_exiting{false};
 
-// Set on the thread that forks while the manager holds its lock across the fork. A thread
-// that forks from inside the manager (a fork handler or a signal handler of its own) already
-// holds the lock, and the handlers then leave it alone.
-thread_local bool t_lockedForFork __attribute__((tls_model("initial-exec"))) = false;
+// The manager whose lock the forking thread holds across the fork, else null. A thread that
+// forks from inside the manager (a fork handler or a signal handler of its own) already holds
+// the lock, and the handlers then leave it alone. Kept here rather than looked up again after
+// the fork, since exit may begin meanwhile on another thread and still needs the lock.
+thread_local QelLog* t_lockedForFork __attribute__((tls_model("initial-exec"))) = nullptr;
 
 // A child made by fork gets a copy of the memory but only the thread that forked. A lock
 // that another thread held at that moment would stay locked in the child for good, so the
@@ -22,14 +23,13 @@ void prepareFork() {
     QelLog* log = QelLog::live();
     if (log != nullptr && !SignalLockMark::held()) {
         log->lockForFork();
-        t_lockedForFork = true;
+        t_lockedForFork = log;
     }
 }
 
 void afterFork(bool inChild) {
-    QelLog* log = QelLog::live();
-    if (log != nullptr && t_lockedForFork) {
-        t_lockedForFork = false;
+    if (QelLog* log = t_lockedForFork) {
+        t_lockedForFork = nullptr;
         log->unlockAfterFork(inChild);
     }
 }
