@@ -125,7 +125,7 @@ TEST(QellogReader, HeaderLimitsAndQuietEnds) {
     EXPECT_EQ(HeaderMatch::No, matchHeader(tooLong.data(), tooLong.size(), nullptr, nullptr));
 
     RecordReader reader;
-    reader.beginFile(logFileAt("logs/QelLog2026-01-01-00-00-00-0.log"), 0);
+    reader.beginFile(logFileAt("logs/QelLog2026-01-01-00-00-00-0.log"), 0, false);
     const std::string bytes = header + "text\n";
     reader.append(bytes.data(), bytes.size());
     Record record;

@@ -207,23 +207,23 @@ TEST_F(QellogReadTest, JsonDateFollowsTheTimeOfDayAcrossMidnight) {
     fs::create_directory(m_logs);
     // Written by hand: the header of the second record is split between the files, and a
     // record made just before midnight landed in a file named just after it.
-    writeFile(m_logs / "QelLog2026-12-31-23-59-59-990.log",
+    writeFile(m_logs / "QelLog2025-12-31-23-59-59-990.log",
               "[m][V1.8.63 I 23:59:59:995 7]a\n\n[m][V1.8.63 W 00:00:00:3 7]b\n\n[m][V1.8");
-    writeFile(m_logs / "QelLog2027-01-01-00-00-01-0.log",
+    writeFile(m_logs / "QelLog2026-01-01-00-00-01-0.log",
               ".63 I 00:00:00:900 7]c\n\n[d]]][V1.8.63 E 23:59:59:999 8]d\n\n");
-    writeFile(m_logs / "QelLog2027-01-01-00-00-01-5.log", "[m][V1.8.63 I 00:00:01:5 7]e\n\n");
+    writeFile(m_logs / "QelLog2026-01-01-00-00-01-5.log", "[m][V1.8.63 I 00:00:01:5 7]e\n\n");
     const ChildResult result = run({"cat", "--json", "logs"});
     ASSERT_EQ(0, result.exitCode) << result.err;
     EXPECT_EQ("", result.err);
     const std::vector<Parsed> parsed = parseJsonLines(result.out);
     ASSERT_EQ(5u, parsed.size());
-    const char* dates[] = {"2026-12-31", "2027-01-01", "2027-01-01", "2026-12-31", "2027-01-01"};
+    const char* dates[] = {"2025-12-31", "2026-01-01", "2026-01-01", "2025-12-31", "2026-01-01"};
     for (std::size_t i = 0; i < parsed.size(); ++i) {
         EXPECT_EQ(dates[i], parsed[i].date) << i;
         EXPECT_EQ(std::string(1, static_cast<char>('a' + i)), parsed[i].text) << i;
     }
     EXPECT_EQ("d]]", parsed[3].module);
-    EXPECT_EQ("QelLog2026-12-31-23-59-59-990.log", parsed[2].file);
+    EXPECT_EQ("QelLog2025-12-31-23-59-59-990.log", parsed[2].file);
 }
 
 TEST_F(QellogReadTest, FollowEmitsEachRecordOnceAcrossAStopInsideASplitRecord) {

@@ -6,11 +6,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
 #include "commands.h"
 #include "output.h"
+#include "plan.h"
 #include "records.h"
 
 namespace qellog {
@@ -48,6 +50,7 @@ bool collectFiles(const std::vector<const char*>& arguments, std::vector<LogFile
             files.insert(files.end(), found.begin(), found.end());
         } else {
             files.push_back(logFileAt(argument));
+            statLogFile(files.back());
         }
     }
     return ok;
@@ -77,14 +80,24 @@ int runCat(int argc, char** argv) {
     std::vector<LogFile> files;
     int status = collectFiles(std::vector<const char*>(argv + optind, argv + argc), files) ? 0 : 1;
 
+    if (const LogFile* stepped = clockWentBack(files, std::time(nullptr))) {
+        std::fprintf(stderr,
+                     "qellog: %s: the clock went back while the files were written; the "
+                     "records may not be in the order they were written\n",
+                     stepped->name.c_str());
+    }
+    std::vector<FileShape> shapes;
+    for (const LogFile& file : files) shapes.push_back(shapeOf(file.path, file.size));
+
     RecordReader reader;
     RecordPrinter printer(json);
     Record record;
     const auto drain = [&] {
         while (reader.next(record, DataEnd::More)) printer.print(record);
     };
-    for (const LogFile& file : files) {
-        reader.beginFile(file, 0);
+    for (const PlannedFile& planned : planReading(files, shapes)) {
+        const LogFile& file = files[planned.index];
+        reader.beginFile(file, 0, planned.continues);
         if (readInto(file.path, 0, reader, drain) < 0) {
             std::fprintf(stderr, "qellog: cannot read '%s': %s\n", file.path.c_str(),
                          std::strerror(errno));
