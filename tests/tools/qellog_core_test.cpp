@@ -9,6 +9,7 @@
 #include "numbers.h"
 #include "options.h"
 #include "prune.h"
+#include "pump.h"
 #include "records.h"
 
 using namespace qellog;
@@ -135,6 +136,21 @@ TEST(QellogReader, HeaderLimitsAndQuietEnds) {
     EXPECT_TRUE(record.headed && record.complete);
     EXPECT_EQ("text", record.bytes.substr(record.textBegin, record.textEnd - record.textBegin));
     EXPECT_EQ("2026-01-01", record.date);
+}
+
+// A long text is cut into records at a character boundary when it is UTF-8.
+TEST(QellogReader, RecordCutsKeepCharactersWhole) {
+    const auto repeat = [](const char* piece, int times) {
+        std::string text;
+        while (times-- > 0) text += piece;
+        return text;
+    };
+    const struct { std::string text; std::size_t cut; } cases[] = {
+        {"a" + repeat("\xc3\xa9", 1500), 2047},      {repeat("\xc3\xa9", 1500), 2046},
+        {repeat("\xe2\x82\xac", 1000), 2046},       {repeat("\xf0\x9f\x98\x80", 600), 2044},
+        {"ab" + repeat("\xf0\x9f\x98\x80", 600), 2046}, {repeat("\x80", 3000), 2047},
+        {repeat("z", 2047), 2047},                   {"short", 5}};
+    for (const auto& c : cases) EXPECT_EQ(c.cut, recordCut(c.text.data(), c.text.size()));
 }
 
 }  // namespace

@@ -5,11 +5,13 @@
 
 #include <signal.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <chrono>
 #include <cstring>
+#include <map>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -113,7 +115,8 @@ protected:
         ASSERT_EQ(written.size(), parsed.size());
         for (std::size_t i = 0; i < parsed.size(); ++i) {
             const Parsed& p = parsed[i];
-            EXPECT_EQ(written[i].module + " " + "VIWE"[written[i].level] + " " + written[i].text,
+            const char letter = written[i].level < 4 ? "VIWE"[written[i].level] : '?';
+            EXPECT_EQ(written[i].module + " " + letter + " " + written[i].text,
                       p.module + " " + p.level + " " + p.text) << i;
             EXPECT_EQ(QELTEST_VERSION " " + std::to_string(syscall(SYS_gettid)),
                       p.version + " " + p.tid);
@@ -123,8 +126,32 @@ protected:
         }
     }
 
+    // Runs qellog `args`, expects exit status 0, and returns the JSON records it printed; its
+    // standard error goes into `err`.
+    std::vector<Parsed> json(const std::vector<std::string>& args, std::string& err) {
+        const ChildResult result = run(args);
+        EXPECT_EQ(0, result.exitCode) << result.err;
+        err = result.err;
+        return parseJsonLines(result.out);
+    }
+
     const fs::path m_logs = m_dir / "logs";
 };
+
+// A record as the writer writes it, for folders made by hand.
+std::string line(const std::string& text, const std::string& module = "m") {
+    return "[" + module + "][V1.8.63 I 10:00:00:0 7]" + text + "\n\n";
+}
+
+std::vector<std::string> textsOf(const std::vector<Parsed>& parsed) {
+    std::vector<std::string> texts;
+    for (const Parsed& p : parsed) texts.push_back(p.text);
+    return texts;
+}
+
+bool holds(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 
 // Texts that a line-based reader gets wrong: line breaks, empty lines, things that look like
 // the start of a record, and texts longer than the file size limit.
@@ -138,6 +165,8 @@ std::vector<Written> awkwardRecords() {
         {"a]b", QEL_LOG_INFO, "[not][a header]\n\n[x][V1.8.63 Q 1:2:3:4 5]still text"},
         {"net", QEL_LOG_WARNING, "quote \" backslash \\ tab \t caf\xc3\xa9 \x01"},
         {"net", QEL_LOG_INFO, std::string(2047, 'z')},
+        {"a\nb]c", static_cast<QelLogLevel>(7), "a level without a letter"},
+        {std::string(127, 'm'), QEL_LOG_ERROR, "the longest module"},
     };
     for (int i = 0; i < 40; ++i) {
         records.push_back({"seq", QEL_LOG_INFO,
@@ -280,6 +309,186 @@ TEST_F(QellogReadTest, PruneDeletesOldestLogFilesOnly) {
     EXPECT_TRUE(fs::exists(m_logs / names[2]));
     for (const std::string& name : foreign) EXPECT_TRUE(fs::exists(m_logs / name)) << name;
     EXPECT_TRUE(fs::is_directory(m_logs / "QelLog2019-01-01-00-00-00-0.log"));
+}
+
+}  // namespace
+
+namespace {
+
+// A parent with four threads and three forked children log into files of 300 bytes: each
+// child's files sort between the parent's, whose records go on across them. cat joins every
+// split record to the file it continues; prune keeps a file that a writer holds.
+TEST_F(QellogReadTest, ForkedWritersReadBackWholeAndHeldFilesStay) {
+    log({}, 300);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 60; ++i) {
+                const std::string text = "p" + std::to_string(t) + "-" + std::to_string(i) +
+                                         std::string(static_cast<std::size_t>(i * 37 % 150), 'x');
+                qelLogSimplify("parent", QEL_LOG_WARNING, text.c_str());
+            }
+        });
+    }
+    for (int c = 0; c < 3; ++c) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        const pid_t child = fork();
+        if (child == 0) {
+            for (int i = 0; i < 5; ++i) {
+                const std::string text = "c" + std::to_string(c) + "-" + std::to_string(i);
+                qelLogSimplify("child", QEL_LOG_ERROR, text.c_str());
+            }
+            _exit(0);
+        }
+        waitpid(child, nullptr, 0);
+    }
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_EQ(0, qelLogConfigFileWriter(false));
+
+    std::string err;
+    const std::vector<Parsed> parsed = json({"cat", "--json", "logs"}, err);
+    EXPECT_EQ("", err);
+    std::map<std::string, int> seen;
+    for (const Parsed& p : parsed) {
+        const std::string key = p.text.substr(0, p.text.find('x'));
+        ++seen[key];
+        const bool parent = key[0] == 'p';
+        EXPECT_EQ(parent ? "parent W" : "child E", p.module + " " + p.level) << p.text;
+        if (parent) {
+            const int i = std::stoi(key.substr(key.find('-') + 1));
+            EXPECT_EQ(key + std::string(static_cast<std::size_t>(i * 37 % 150), 'x'), p.text);
+        }
+    }
+    EXPECT_EQ(4u * 60 + 3 * 5, seen.size());
+    EXPECT_EQ(parsed.size(), seen.size());
+
+    const std::vector<std::string> files = logFiles(m_logs);
+    const int held = open(files[0].c_str(), O_RDONLY);
+    ASSERT_EQ(0, flock(held, LOCK_SH));
+    const ChildResult pruned = run({"prune", "logs", "--keep", "1"});
+    close(held);
+    EXPECT_EQ(0, pruned.exitCode) << pruned.err;
+    EXPECT_EQ(0u, pruned.out.find("kept logs/" + fs::path(files[0]).filename().string() +
+                                  ": a writer holds it\n")) << pruned.out;
+    EXPECT_EQ(2u, logFiles(m_logs).size());
+}
+
+// Folders made by hand: a record split right before a text that looks like a header, a file
+// torn by a power cut followed by the rest that it lost, and a tail of NUL bytes.
+TEST_F(QellogReadTest, TearsAndNulTailsAreNeverGlued) {
+    fs::create_directory(m_logs);
+    const std::string split = line("one") + "[m][V1.8.63 W 10:00:00:0 7]two " + std::string(150, 'x');
+    const std::string forged = "[x][V1.8.63 E 00:00:00:0 1]forged";
+    writeFile(m_logs / "QelLog2026-01-01-10-00-00-0.log", split);
+    writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log", forged + "\n\n" + line("three"));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-02-0.log", line("four") + "[m][V1.8.63 I 10:00:00:0 7]to");
+    writeFile(m_logs / "QelLog2026-01-01-10-00-03-0.log", "rn\n\n" + line("five"));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-04-0.log", line("six") + std::string(64, '\0'));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-05-0.log", line("seven"));
+    std::string err;
+    const std::vector<Parsed> parsed = json({"cat", "--json", "logs"}, err);
+    EXPECT_EQ(std::vector<std::string>({"one", "two " + std::string(150, 'x') + forged, "three",
+                                        "four", "to", "rn", "five", "six", "seven"}),
+              textsOf(parsed));
+    EXPECT_TRUE(holds(err, "QelLog2026-01-01-10-00-02-0.log at byte 33: a record cut off"));
+    EXPECT_TRUE(holds(err, "QelLog2026-01-01-10-00-03-0.log at byte 0: 4 bytes that are not"));
+    EXPECT_TRUE(holds(err, "QelLog2026-01-01-10-00-04-0.log at byte 32: 64 NUL bytes")) << err;
+    EXPECT_EQ(3, std::count(err.begin(), err.end(), '\n')) << err;
+}
+
+// The clock went back: files named before the step sort after the ones written since.
+TEST_F(QellogReadTest, ClockSteppedBack) {
+    fs::create_directory(m_logs);
+    const std::string late[] = {"QelLog2099-01-01-10-00-00-0.log", "QelLog2099-01-01-10-00-01-0.log"};
+    writeFile(m_logs / late[0], line("before 1"));
+    writeFile(m_logs / late[1], line("before 2"));
+    Follower first(m_dir, "out1");
+    EXPECT_EQ(2u, first.lines(2));
+    EXPECT_EQ(0, first.stop(SIGTERM));
+    for (const std::string& name : late) {
+        fs::last_write_time(m_logs / name, fs::file_time_type::clock::now() - std::chrono::hours(1));
+    }
+    const std::string stepped = "QelLog2026-01-01-10-00-00-0.log";
+    writeFile(m_logs / stepped, line("after 1") + line("after 2"));
+    Follower second(m_dir, "out2");
+    EXPECT_EQ(2u, second.lines(2));
+    EXPECT_EQ(0, second.stop(SIGTERM));
+    EXPECT_EQ(std::vector<std::string>({"after 1", "after 2"}),
+              textsOf(parseJsonLines(readFile(m_dir / "out2"))));
+
+    std::string err;
+    EXPECT_EQ(4u, json({"cat", "--json", "logs"}, err).size());
+    EXPECT_TRUE(holds(err, "the clock went back")) << err;
+    const ChildResult pruned = run({"prune", "logs", "--keep", "1"});
+    EXPECT_EQ("deleted logs/" + late[0] + "\n", pruned.out);  // the one written last stays
+    EXPECT_TRUE(fs::exists(m_logs / stepped));
+}
+
+// However many SIGINT and SIGTERM come, follow ends after a whole line with its state saved;
+// a damaged state file gives a warning and everything once more.
+TEST_F(QellogReadTest, FollowStopsWholeOnAnySignalsAndSurvivesABadState) {
+    fs::create_directory(m_logs);
+    std::string big;
+    for (int i = 0; i < 4000; ++i) big += line(std::to_string(i) + std::string(2000, 'b'));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-00-0.log", big);
+    Follower first(m_dir, "out1");
+    first.lines(1);
+    for (int signal : {SIGTERM, SIGINT, SIGTERM, SIGINT}) kill(first.pid, signal);
+    EXPECT_EQ(0, first.stop(SIGINT));
+    const std::string out1 = readFile(first.out);
+    ASSERT_FALSE(out1.empty());
+    EXPECT_EQ('\n', out1.back());
+    writeFile(m_logs / "QelLog2026-01-01-10-00-00-0.log", big + line("4000"));  // no rotation
+    Follower second(m_dir, "out2");
+    const std::size_t rest = 4001 - countOf(out1, "\n");
+    EXPECT_EQ(rest, second.lines(rest));
+    EXPECT_EQ(rest, second.lines(rest + 1, 1));
+    EXPECT_EQ(0, second.stop(SIGTERM));
+    EXPECT_EQ(4001u, parseJsonLines(out1 + readFile(second.out)).size());
+
+    writeFile(m_dir / "state", "qellog-follow 2\nQelLog2026-01-01-10");  // cut by a power loss
+    Follower third(m_dir, "out3");
+    EXPECT_EQ(4001u, third.lines(4001));
+    EXPECT_EQ(0, third.stop(SIGTERM));
+    EXPECT_TRUE(holds(readFile(third.out + ".err"), "is empty or damaged"));
+}
+
+// A record whose second half comes within the settle time is one record; one that goes on
+// after a longer pause is printed with a warning that says follow guessed.
+TEST_F(QellogReadTest, FollowWaitsForTheRestOfARecordAndSaysWhenItGuessed) {
+    fs::create_directory(m_logs);
+    const std::string path = m_logs / "QelLog2026-01-01-10-00-00-0.log";
+    writeFile(path, "[m][V1.8.63 I 10:00:00:0 7]first\n\n");
+    Follower follower(m_dir, "out");
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    writeFile(path, "[m][V1.8.63 I 10:00:00:0 7]first\n\nsecond half\n\n");
+    EXPECT_EQ(1u, follower.lines(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    writeFile(path, "[m][V1.8.63 I 10:00:00:0 7]first\n\nsecond half\n\nafter a pause\n\n" +
+                        line("next"));
+    EXPECT_EQ(3u, follower.lines(3));
+    EXPECT_EQ(0, follower.stop(SIGTERM));
+    EXPECT_EQ(std::vector<std::string>({"first\n\nsecond half", "after a pause", "next"}),
+              textsOf(parseJsonLines(readFile(follower.out))));
+    EXPECT_TRUE(holds(readFile(follower.out + ".err"), "at byte 47: the record before was taken"))
+        << readFile(follower.out + ".err");
+}
+
+// Two writers' files grow side by side: follow prints from both.
+TEST_F(QellogReadTest, FollowReadsEveryFileThatGrows) {
+    fs::create_directory(m_logs);
+    const std::string parent = m_logs / "QelLog2026-01-01-10-00-00-0.log";
+    const std::string child = m_logs / "QelLog2026-01-01-10-00-01-0.log";
+    writeFile(parent, line("parent 1"));
+    Follower follower(m_dir, "out");
+    EXPECT_EQ(1u, follower.lines(1));
+    writeFile(child, line("child 1"));
+    EXPECT_EQ(2u, follower.lines(2));
+    writeFile(parent, line("parent 1") + line("parent 2"));
+    EXPECT_EQ(3u, follower.lines(3));
+    EXPECT_EQ(0, follower.stop(SIGTERM));
+    EXPECT_EQ(std::vector<std::string>({"parent 1", "child 1", "parent 2"}),
+              textsOf(parseJsonLines(readFile(follower.out))));
 }
 
 }  // namespace

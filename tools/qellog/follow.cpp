@@ -156,6 +156,10 @@ Tracked* Follower::continuedFile(const LogFile& file, bool headless) {
         const bool inside = t.reader != nullptr && t.reader->endsInside();
         return inside && t.continuedBy.empty() && isFull(t) ? &t : nullptr;
     }
+    if (after != m_files.begin()) {
+        const Tracked& t = std::prev(after)->second;
+        if (t.reader != nullptr && t.reader->endsInside() && !isFull(t)) return nullptr;  // torn
+    }
     Tracked* fallback = nullptr;
     for (auto it = after; it != m_files.begin();) {
         Tracked& t = (--it)->second;

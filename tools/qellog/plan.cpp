@@ -21,6 +21,8 @@ bool full(const LogFile& file, const std::set<std::uint64_t>& sizes) {
 long continuedBy(std::size_t next, const std::vector<LogFile>& files,
                  const std::vector<FileShape>& shapes, const std::set<std::uint64_t>& sizes,
                  const std::vector<bool>& continued) {
+    // The file right before it was torn inside a record: the start of these bytes is lost.
+    if (next > 0 && shapes[next - 1].endsInside && !full(files[next - 1], sizes)) return -1;
     long fallback = -1;
     for (std::size_t i = next; i-- > 0;) {
         if (continued[i] || !full(files[i], sizes)) continue;
