@@ -53,22 +53,20 @@ TEST(QellogParsers, NumbersSizesAndCodes) {
 
 TEST(QellogParsers, LoggingCommandLine) {
     const struct { std::vector<std::string> args; const char* error; } refused[] = {
-        {{"qellog", "--bogus"}, "unknown option '--bogus' (see qellog --help)"},
         {{"qellog", "-q"}, "unknown option '-q' (see qellog --help)"},
-        {{"qellog", "--level"}, "option --level needs an argument"},
         {{"qellog", "-s"}, "option --max-size needs an argument"},
         {{"qellog", "-t", "II"}, "bad level 'II' for --threshold: expected V, I, W or E"},
         {{"qellog", "-s", "4G"}, "bad size '4G' for --max-size: expected N, NK, NM or NG, at "
                                  "most 4294967295 bytes"},
         {{"qellog", "-x", "1", "t"}, "--explain takes no MESSAGE"},
-        {{"qellog", "-x", "zz"}, "bad error code 'zz' for --explain: expected hexadecimal "
-                                 "0x8030CCII or decimal"}};
+        {{"qellog", "-x", "z"}, "bad error code 'z' for --explain: expected hexadecimal "
+                                "0x8030CCII or decimal"}};
     for (const auto& c : refused) {
         Argv argv(c.args);
         Options options;
         std::string error;
-        EXPECT_FALSE(parseOptions(argv.argc(), argv.argv(), options, error)) << c.error;
-        EXPECT_EQ(c.error, error);
+        EXPECT_FALSE(parseOptions(argv.argc(), argv.argv(), options, error) || error != c.error)
+            << error;
     }
     Argv argv({"qellog", "-m", "cam", "-l", "w", "-t", "V", "-d", "logs", "-s", "2K", "-n", "a",
                "b"});
@@ -98,20 +96,20 @@ TEST(QellogParsers, PruneArgumentsAndChoice) {
     const std::time_t now = 1000000;
     std::vector<PruneCandidate> files;
     for (int i = 0; i < 5; ++i) files.push_back({300, now - 86400 + i * 3600 * 4});
-    const auto chosen = [&](bool PruneRequest::*has, void (*set)(PruneRequest&)) {
+    const auto chosen = [&](std::uint64_t keep, std::uint64_t total, double days) {
         PruneRequest r;
-        r.*has = true;
-        set(r);
+        r.hasKeep = keep != 9, r.keep = keep, r.hasTotal = total != 9, r.maxTotal = total;
+        r.hasAge = days != 9, r.days = days;
         std::string marks;
         for (bool doomed : selectForDeletion(files, r, now)) marks += doomed ? 'x' : '.';
         return marks;
     };
-    EXPECT_EQ("xxx..", chosen(&PruneRequest::hasKeep, [](PruneRequest& r) { r.keep = 2; }));
-    EXPECT_EQ("xxxx.", chosen(&PruneRequest::hasKeep, [](PruneRequest& r) { r.keep = 0; }));
-    EXPECT_EQ("xx...", chosen(&PruneRequest::hasTotal, [](PruneRequest& r) { r.maxTotal = 900; }));
-    EXPECT_EQ("xx...", chosen(&PruneRequest::hasAge, [](PruneRequest& r) { r.days = 0.75; }));
+    EXPECT_EQ("xxx.." + std::string("xxxx.") + "xx..." + "xx...",
+              chosen(2, 9, 9) + chosen(0, 9, 9) + chosen(9, 900, 9) + chosen(9, 9, 0.75));
     files[0].modified = 0;  // gone meanwhile: no age known
-    EXPECT_EQ(".x...", chosen(&PruneRequest::hasAge, [](PruneRequest& r) { r.days = 0.75; }));
+    files[3].modified = now;  // the one written last stays, whatever its name
+    EXPECT_EQ(".x...", chosen(9, 9, 0.75));
+    EXPECT_EQ("xxx..", chosen(9, 0, 9));
 }
 
 // The longest module a header can have, and a newest file cut right after one line feed.

@@ -32,11 +32,7 @@ TEST_F(QellogTest, StdinLinesAndMessageWordsBecomeRecords) {
     std::vector<Record> records = parseRecords(result.out);
     EXPECT_EQ(std::vector<std::string>({"first line", "", "tab\there\r", "last without feed"}),
               textsOf(records));
-    for (const Record& record : records) {
-        EXPECT_EQ("cam", record.module);
-        EXPECT_EQ("W", record.level);
-        EXPECT_EQ(result.pid, record.tid);
-    }
+    for (const Record& r : records) EXPECT_TRUE(r.module == "cam" && r.level == "W" && r.tid == result.pid);
     EXPECT_EQ(2u, logFiles(m_dir / "logs/day1").size());  // 171 bytes in files of 100
     EXPECT_EQ(result.out, concatenatedLogs(m_dir / "logs/day1"));
 
@@ -45,8 +41,7 @@ TEST_F(QellogTest, StdinLinesAndMessageWordsBecomeRecords) {
     ASSERT_EQ(0, result.exitCode) << result.err;
     records = parseRecords(result.out);
     ASSERT_EQ(1u, records.size());
-    EXPECT_EQ("app E hello big world", records[0].module + " " + records[0].level + " " +
-                                           records[0].text);
+    EXPECT_EQ("app E hello big world", records[0].module + " " + records[0].level + " " + records[0].text);
     EXPECT_TRUE(logFiles(m_dir).empty());
 
     // Below the threshold: nothing anywhere.
@@ -111,31 +106,18 @@ TEST_F(QellogTest, RefusedFolderLogsInTheWorkingDirectoryAndFails) {
 // The wiring from the parsers (tested in-process) to exit status and output: a usage error is 2
 // with one line on standard error and nothing logged; --explain prints a code's message.
 TEST_F(QellogTest, CommandLineAnswers) {
-    const struct {
-        std::vector<std::string> args;
-        int exitCode;
-        const char* out;
-        const char* err;
-    } cases[] = {
-        {{"--level", "X", "text"}, 2, "",
-         "qellog: bad level 'X' for --level: expected V, I, W or E\n"},
-        {{"prune", "logs", "--keep", "x"}, 2, "",
-         "qellog: bad value 'x' for --keep (see qellog prune --help)\n"},
-        {{"cat", "--bogus", "logs"}, 2, "",
-         "qellog: unknown option '--bogus' (see qellog cat --help)\n"},
+    const struct { std::vector<std::string> args; int exitCode; const char *out, *err; } cases[] = {
+        {{"-l", "X", "t"}, 2, "", "qellog: bad level 'X' for --level: expected V, I, W or E\n"},
+        {{"cat", "-x", "a"}, 2, "", "qellog: unknown option '-x' (see qellog cat --help)\n"},
         {{"--explain", "0x80300002"}, 0, "Failed to open the file!\n", ""},
         {{"--explain", "0x80300003"}, 1, "", "qellog: error code 0x80300003 has no message\n"},
-        {{"--version"}, 0, "qellog " QELTEST_VERSION "\n", ""},
-    };
+        {{"--version"}, 0, "qellog " QELTEST_VERSION "\n", ""}};
     for (const auto& c : cases) {
         const ChildResult result = run(c.args, "from stdin\n");
-        EXPECT_EQ(c.exitCode, result.exitCode) << c.args[0] << " " << c.args.back();
-        EXPECT_EQ(c.out, result.out);
-        EXPECT_EQ(c.err, result.err);
+        EXPECT_EQ(c.exitCode, result.exitCode) << c.args[0];
+        EXPECT_EQ(std::string(c.out) + c.err, result.out + result.err);
     }
-    const ChildResult help = run({"-h"});
-    EXPECT_EQ(0, help.exitCode);
-    EXPECT_EQ(0u, help.out.rfind("Usage: qellog [OPTION]... [MESSAGE]...\n", 0));
+    EXPECT_EQ(0u, run({"-h"}).out.rfind("Usage: qellog [OPTION]... [MESSAGE]...\n", 0));
 }
 
 }  // namespace
