@@ -104,7 +104,7 @@ private:
     std::string m_folder;
     RecordPrinter m_printer;
     std::string m_statePath;
-    std::map<std::string, Tracked> m_files;  // by name
+    std::map<FileTime, Tracked> m_files;  // in the order of their names
     std::set<std::uint64_t> m_fullSizes;     // the sizes at which the writers rotate
     FollowState m_resumed;                   // the state file's entries not yet matched
     std::string m_resumedBefore;             // earlier format: files before it were read
@@ -147,7 +147,7 @@ void Follower::findFullSizes(const std::vector<LogFile>& files) {
 }
 
 Tracked* Follower::continuedFile(const LogFile& file, bool headless) {
-    const auto after = m_files.lower_bound(file.name);
+    const auto after = m_files.lower_bound(file.time);
     if (!headless) {
         // A file with a header continues only the file right before it, when that one is full
         // and ends inside a record.
@@ -179,12 +179,12 @@ void Follower::track(const LogFile& file) {
         (resumed->second.inode == file.inode || resumed->second.inode == 0)) {
         tracked.printed = std::min(resumed->second.offset, file.size);
         tracked.refMs = resumed->second.refMs;
-        m_files[file.name] = std::move(tracked);
+        m_files[file.time] = std::move(tracked);
         return;
     }
     if (!m_resumedBefore.empty() && file.time < logFileAt(m_resumedBefore).time) {
         tracked.printed = file.size;  // read by a run of the earlier state format
-        m_files[file.name] = std::move(tracked);
+        m_files[file.time] = std::move(tracked);
         return;
     }
     const FileShape shape = shapeOf(file.path, file.size);
@@ -198,8 +198,15 @@ void Follower::track(const LogFile& file) {
         tracked.reader = std::move(before->reader);
         tracked.reader->beginFile(file, 0, true);
         before->continuedBy = file.name;
+    } else if (!shape.headless && m_files.lower_bound(file.time) != m_files.begin()) {
+        // A full file before a new one that starts a record grows no more: a record at its
+        // end that ends with its empty line is complete now, not after the settle time.
+        Tracked& last = std::prev(m_files.lower_bound(file.time))->second;
+        if (last.reader != nullptr && !last.reader->endsInside() && isFull(last)) {
+            emit(last, DataEnd::Quiet);
+        }
     }
-    m_files[file.name] = std::move(tracked);
+    m_files[file.time] = std::move(tracked);
 }
 
 void Follower::read(Tracked& t) {
@@ -244,7 +251,7 @@ bool Follower::pass() {
     // Oldest name first, so that a new file is placed after the files before it were read.
     for (const LogFile& file : files) {
         listed.insert(file.name);
-        auto it = m_files.find(file.name);
+        auto it = m_files.find(file.time);
         if (it != m_files.end() && it->second.file.inode != file.inode) {
             std::fprintf(stderr, "qellog: %s was replaced by another file; reading the new one\n",
                          file.name.c_str());
@@ -254,21 +261,21 @@ bool Follower::pass() {
         if (it == m_files.end()) {
             if (file.size == 0 || g_stop) continue;  // an empty file cannot be placed yet
             track(file);
-            it = m_files.find(file.name);
+            it = m_files.find(file.time);
         }
         it->second.file = file;
         if (!g_stop) read(it->second);  // a stop waits for no backlog
     }
     for (auto it = m_files.begin(); it != m_files.end();) {
         const Tracked& t = it->second;
-        if (listed.count(it->first) > 0) {
+        if (listed.count(t.file.name) > 0) {
             ++it;
             continue;
         }
         if (t.continuedBy.empty() &&
             (t.read < t.file.size || (t.reader != nullptr && t.reader->pending() > 0))) {
             std::fprintf(stderr, "qellog: %s is gone before it was read to its end\n",
-                         it->first.c_str());
+                         t.file.name.c_str());
         }
         it = m_files.erase(it);
     }
@@ -302,7 +309,7 @@ bool Follower::save() {
         const Tracked& t = entry.second;
         if (t.reader == nullptr) {
             const std::uint64_t printed = t.continuedBy.empty() ? t.printed : t.file.size;
-            if (printed > 0) state[entry.first] = {t.file.inode, printed, t.refMs};
+            if (printed > 0) state[t.file.name] = {t.file.inode, printed, t.refMs};
         }
     }
     for (const auto& entry : m_files) {
@@ -314,11 +321,11 @@ bool Follower::save() {
         std::string refFile;
         std::int64_t refMs = 0;
         t.reader->reference(refFile, refMs);
-        for (auto it = m_files.find(at.file); it != m_files.end();
-             it = m_files.find(it->second.continuedBy)) {
-            state.erase(it->first);
+        for (auto it = m_files.find(logFileAt(at.file).time); it != m_files.end();
+             it = m_files.find(logFileAt(it->second.continuedBy).time)) {
+            state.erase(it->second.file.name);
         }
-        const auto first = m_files.find(at.file);
+        const auto first = m_files.find(logFileAt(at.file).time);
         if (first != m_files.end() && at.offset > 0) {
             state[at.file] = {first->second.file.inode, at.offset, refFile == at.file ? refMs : 0};
         }
