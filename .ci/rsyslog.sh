@@ -2,8 +2,9 @@
 # The rsyslog pipeline of packaging/rsyslog/ end to end, on the loopback interface only: two
 # rsyslogd (device and collector, each with its own pid file and work folder in a temporary
 # folder), qellog-ship between the log folder and the device, 20,000 records from 4 threads
-# into 64 KiB log files, a stop and restart of the reader in the middle, and a Ctrl-C (SIGINT,
-# twice, to the shipper's process group) and restart later on. The collector must
+# into 64 KiB log files, a stop and restart of the reader in the middle, and a Ctrl-C followed
+# by a SIGTERM to the shipper's whole process group (as an impatient operator or `timeout`
+# sends them) and a restart later on. The collector must
 # hold every record exactly once, whole, with its fields. Stops what it started, by pid.
 # Usage: .ci/rsyslog.sh [BUILD_DIR]   (default build; qel and qellog are built there)
 set -euo pipefail
@@ -95,9 +96,9 @@ for _ in $(seq 400); do
     [ "$(ls "$work/logs" | wc -l)" -ge 150 ] && break
     sleep 0.01
 done
-kill -INT -- "-$ship_pid"  # then Ctrl-C, twice, to the shipper's whole process group ...
-sleep 0.05
-kill -INT -- "-$ship_pid" 2>/dev/null || true
+kill -INT -- "-$ship_pid"  # then Ctrl-C and a SIGTERM to the shipper's process group ...
+sleep 0.02
+kill -TERM -- "-$ship_pid" 2>/dev/null || true
 wait "$ship_pid"
 interrupted_at=$(collected)
 ship                     # ... and on again

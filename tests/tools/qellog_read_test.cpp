@@ -330,8 +330,9 @@ TEST_F(QellogReadTest, ClockSteppedBackAndPrune) {
         fs::last_write_time(m_logs / name, fs::file_time_type::clock::now() - std::chrono::hours(1));
     }
     const std::string stepped = "QelLog2026-01-01-10-00-00-0.log";
-    writeFile(m_logs / stepped, line("after 1") + line("after 2"));
     Follower second(m_dir, "out2");
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the file comes while it runs
+    writeFile(m_logs / stepped, line("after 1") + line("after 2"));
     EXPECT_EQ(2u, second.lines(2));
     EXPECT_EQ(0, second.stop(SIGTERM));
     EXPECT_EQ(std::vector<std::string>({"after 1", "after 2"}),
@@ -354,7 +355,7 @@ TEST_F(QellogReadTest, FollowStopsWholeOnAnySignalsAndResumesExactly) {
     fs::create_directory(m_logs);
     std::string big;
     for (int i = 0; i < 4000; ++i) big += line(std::to_string(i) + std::string(2000, 'b'));
-    const std::string file = m_logs / "QelLog2026-01-01-10-00-00-0.log";
+    const std::string file = m_logs / "QelLog2026-01-01-10-00-00-9.log";  // 9 ms: before 10 ms
     writeFile(file, big);
     Follower one(m_dir, "out1");
     one.lines(1);
@@ -369,7 +370,7 @@ TEST_F(QellogReadTest, FollowStopsWholeOnAnySignalsAndResumesExactly) {
     EXPECT_EQ(rest, two.lines(rest));
     EXPECT_EQ(rest, two.lines(rest + 1, 1));
     EXPECT_EQ(0, two.stop(SIGTERM));
-    writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log", "record\n\n" + line("4002"));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-00-10.log", "record\n\n" + line("4002"));
     Follower three(m_dir, "out3");
     EXPECT_EQ(2u, three.lines(2));
     EXPECT_EQ(0, three.stop(SIGTERM));
@@ -377,7 +378,7 @@ TEST_F(QellogReadTest, FollowStopsWholeOnAnySignalsAndResumesExactly) {
     ASSERT_EQ(4003u, all.size());
     EXPECT_EQ("split record", all[4001].text);
 
-    writeFile(m_dir / "state", "qellog-follow 2\nQelLog2026-01-01-10");  // cut by a power loss
+    writeFile(m_dir / "state", "qellog-follow 2\nQelLog2026-01-01-10");  // cut by a power cut
     Follower four(m_dir, "out4");
     EXPECT_EQ(4003u, four.lines(4003));
     EXPECT_EQ(0, four.stop(SIGTERM));
