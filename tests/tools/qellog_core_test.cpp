@@ -68,8 +68,7 @@ TEST(QellogParsers, LoggingCommandLine) {
         EXPECT_FALSE(parseOptions(argv.argc(), argv.argv(), options, error) || error != c.error)
             << error;
     }
-    Argv argv({"qellog", "-m", "cam", "-l", "w", "-t", "V", "-d", "logs", "-s", "2K", "-n", "a",
-               "b"});
+    Argv argv({"qellog", "-mcam", "-lw", "-tV", "-d", "logs", "-s2K", "-n", "a", "b"});
     Options o;
     std::string error;
     ASSERT_TRUE(parseOptions(argv.argc(), argv.argv(), o, error)) << error;
@@ -89,8 +88,8 @@ TEST(QellogParsers, PruneArgumentsAndChoice) {
     PruneRequest request;
     Argv argv({"prune", "logs", "-s", "1K", "-o", "0.5", "-n"});
     ASSERT_EQ(0, parsePruneArguments(argv.argc(), argv.argv(), request));
-    EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep);
-    EXPECT_TRUE(request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");
+    EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep &&
+                request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");
 
     // Five files of 300 bytes, oldest first, written 24, 20, 16, 12 and 8 hours before `now`.
     const std::time_t now = 1000000;
@@ -118,8 +117,7 @@ TEST(QellogReader, HeaderLimitsAndQuietEnds) {
     Header parsed;
     std::size_t length = 0;
     ASSERT_EQ(HeaderMatch::Yes, matchHeader(header.data(), header.size(), &parsed, &length));
-    EXPECT_EQ(std::string(127, 'm'), parsed.module);
-    EXPECT_EQ(header.size(), length);
+    EXPECT_TRUE(parsed.module == std::string(127, 'm') && length == header.size());
     const std::string tooLong = "[m" + header.substr(1);
     EXPECT_EQ(HeaderMatch::No, matchHeader(tooLong.data(), tooLong.size(), nullptr, nullptr));
 
@@ -140,7 +138,7 @@ TEST(QellogReader, HeaderLimitsAndQuietEnds) {
 TEST(QellogReader, RecordCutsKeepCharactersWhole) {
     const auto repeat = [](const char* piece, int times) {
         std::string text;
-        while (times-- > 0) text += piece;
+        for (int i = 0; i < times; ++i) text += piece;
         return text;
     };
     const struct { std::string text; std::size_t cut; } cases[] = {

@@ -5,11 +5,9 @@
 // process, and the record parser of the log tests for what it writes.
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -19,9 +17,11 @@
 
 namespace qeltest {
 
-inline std::vector<std::string> textsOf(const std::vector<Record>& records) {
+// The texts of records, as parsed from the console or from JSON.
+template <typename Parsed>
+std::vector<std::string> textsOf(const std::vector<Parsed>& records) {
     std::vector<std::string> texts;
-    for (const Record& record : records) texts.push_back(record.text);
+    for (const Parsed& record : records) texts.push_back(record.text);
     return texts;
 }
 
