@@ -46,6 +46,9 @@ constexpr int kPollMs = 200;
 constexpr int kWatchedPollMs = 1000;
 // Passes follow each other at least this far apart, however busy the writers are.
 constexpr long kPassGapMs = 20;
+// The state file, pushed to the disk each time, is written at most this often while running
+// (and always at the end): a hard kill or a power cut repeats at most this much.
+constexpr long kSaveGapMs = 1000;
 
 volatile sig_atomic_t g_stop = 0;
 int g_wakeFd = -1;
@@ -97,7 +100,8 @@ private:
     void findFullSizes(const std::vector<LogFile>& files);
     void read(Tracked& tracked);
     void emit(Tracked& tracked, DataEnd end);
-    bool save();
+    // Writes the state file when records were printed since, at most once a second unless `now`.
+    bool save(bool now);
     void watch();
     void wait();
 
@@ -109,6 +113,7 @@ private:
     FollowState m_resumed;                   // the state file's entries not yet matched
     std::string m_resumedBefore;             // earlier format: files before it were read
     bool m_emitted = false;  // records printed since the state was saved
+    long long m_savedMs = 0;
     int m_inotify = -1;
     int m_watch = -1;
     int m_wake[2] = {-1, -1};
@@ -302,8 +307,10 @@ bool Follower::pass() {
     return true;
 }
 
-bool Follower::save() {
-    if (m_statePath.empty() || !m_emitted) return true;
+bool Follower::save(bool now) {
+    const long long at = nowMs();
+    if (m_statePath.empty() || !m_emitted || (!now && at - m_savedMs < kSaveGapMs)) return true;
+    m_savedMs = at;
     FollowState state;
     for (const auto& entry : m_files) {
         const Tracked& t = entry.second;
@@ -392,14 +399,14 @@ int Follower::run() {
     int status = 0;
     while (!g_stop) {
         watch();
-        if (!pass() || !save()) {
+        if (!pass() || !save(false)) {
             status = 1;
             break;
         }
         if (!g_stop) wait();
     }
     // Whatever was printed is out; the state says so, and the next run starts after it.
-    if (status == 0 && (!m_printer.flush() || !save())) status = 1;
+    if (status == 0 && (!m_printer.flush() || !save(true))) status = 1;
     if (m_inotify >= 0) close(m_inotify);
     return status;
 }
