@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <atomic>
@@ -91,6 +92,25 @@ void withdrawSetUp() {
 
 void registerCase(const std::string& name, void (*function)(benchmark::State&)) {
     benchmark::RegisterBenchmark(name.c_str(), function)->UseRealTime()->Threads(1)->Threads(4);
+}
+
+void registerLatencyCase(const std::string& name, void (*function)(benchmark::State&)) {
+    benchmark::RegisterBenchmark(name.c_str(), function)->UseRealTime()->Threads(1);
+}
+
+void reportLatencies(benchmark::State& state, std::vector<uint32_t>& nanoseconds) {
+    if (nanoseconds.empty()) {
+        return;
+    }
+    std::sort(nanoseconds.begin(), nanoseconds.end());
+    const auto at = [&nanoseconds](double share) {
+        const size_t last = nanoseconds.size() - 1;
+        return static_cast<double>(nanoseconds[static_cast<size_t>(share * last)]);
+    };
+    state.counters["p50_ns"] = at(0.5);
+    state.counters["p99_ns"] = at(0.99);
+    state.counters["p999_ns"] = at(0.999);
+    state.counters["max_ns"] = at(1.0);
 }
 
 }  // namespace bench

@@ -3,8 +3,10 @@
 
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -57,13 +59,33 @@ void runRecords(benchmark::State& state, Record&& record) {
         benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
 }
 
+// Runs `record` once per iteration, timing every call on the steady clock, and reports the
+// per-call latency in nanoseconds as the counters p50_ns, p99_ns, p999_ns and max_ns.
+void reportLatencies(benchmark::State& state, std::vector<uint32_t>& nanoseconds);
+template <typename Record>
+void runLatencies(benchmark::State& state, Record&& record) {
+    record();
+    std::vector<uint32_t> nanoseconds;
+    nanoseconds.reserve(static_cast<size_t>(state.max_iterations));
+    for (auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        record();
+        const auto took = std::chrono::steady_clock::now() - start;
+        nanoseconds.push_back(static_cast<uint32_t>(
+            std::chrono::duration_cast<std::chrono::nanoseconds>(took).count()));
+    }
+    state.SetItemsProcessed(state.iterations());
+    reportLatencies(state, nanoseconds);
+}
+
 // One case on one thread: thread 0 makes the case folder and calls `setUp` with its path,
-// every thread runs the timed loop of `record`, then thread 0 calls `tearDown` and removes
-// the folder.
+// every thread runs the timed loop of `record` (with `timeEachCall`, runLatencies'), then
+// thread 0 calls `tearDown` and removes the folder.
 void beginCase(benchmark::State& state);
 void endCase(benchmark::State& state);
 template <typename SetUp, typename Record, typename TearDown>
-void runCase(benchmark::State& state, SetUp&& setUp, Record&& record, TearDown&& tearDown) {
+void runCase(benchmark::State& state, SetUp&& setUp, Record&& record, TearDown&& tearDown,
+             bool timeEachCall = false) {
     beginCase(state);
     if (state.thread_index() == 0) {
         setUp(caseFolder());
@@ -71,7 +93,11 @@ void runCase(benchmark::State& state, SetUp&& setUp, Record&& record, TearDown&&
     } else {
         awaitSetUp();
     }
-    runRecords(state, record);
+    if (timeEachCall) {
+        runLatencies(state, record);
+    } else {
+        runRecords(state, record);
+    }
     if (state.thread_index() == 0) {
         withdrawSetUp();
         tearDown();
@@ -81,6 +107,8 @@ void runCase(benchmark::State& state, SetUp&& setUp, Record&& record, TearDown&&
 
 // Registers `function` as `name` for 1 and for 4 threads, timed on the wall clock.
 void registerCase(const std::string& name, void (*function)(benchmark::State&));
+// Registers `function` as `name` for 1 thread, timed on the wall clock.
+void registerLatencyCase(const std::string& name, void (*function)(benchmark::State&));
 
 }  // namespace bench
 

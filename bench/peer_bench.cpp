@@ -64,15 +64,18 @@ void spdlogConsole(benchmark::State& state) {
         spdlogInfo, dropSpdlog);
 }
 
+void makeSpdlogFile(const std::string& folder) {
+    makeSpdlog({std::make_shared<spdlog::sinks::rotating_file_sink_mt>(folder + "/spdlog.log",
+                                                                       kFileLimit, kKeptFiles)},
+               false);
+}
+
 void spdlogFile(benchmark::State& state) {
-    runCase(
-        state,
-        [](const std::string& folder) {
-            makeSpdlog({std::make_shared<spdlog::sinks::rotating_file_sink_mt>(
-                           folder + "/spdlog.log", kFileLimit, kKeptFiles)},
-                       false);
-        },
-        spdlogInfo, dropSpdlog);
+    runCase(state, makeSpdlogFile, spdlogInfo, dropSpdlog);
+}
+
+void spdlogFileLatency(benchmark::State& state) {
+    runCase(state, makeSpdlogFile, spdlogInfo, dropSpdlog, true);
 }
 
 void spdlogBoth(benchmark::State& state) {
@@ -220,6 +223,7 @@ void registerPeerCases(const char* argv0) {
     registerCase("file/glog", glogFile);
     registerCase("file/log4cplus", log4cplusFile);
     registerCase("both/spdlog", spdlogBoth);
+    registerLatencyCase("latency/spdlog", spdlogFileLatency);
     registerCase("both/log4cplus", log4cplusBoth);
 }
 

@@ -46,9 +46,16 @@ void consoleOnly(benchmark::State& state) {
     runCase(state, [](const std::string&) { switchOn(true, nullptr); }, writeInfo, allWritersOff);
 }
 
+void fileOnlySetUp(const std::string& folder) {
+    switchOn(false, &folder);
+}
+
 void fileOnly(benchmark::State& state) {
-    runCase(state, [](const std::string& folder) { switchOn(false, &folder); }, writeInfo,
-            allWritersOff);
+    runCase(state, fileOnlySetUp, writeInfo, allWritersOff);
+}
+
+void fileLatency(benchmark::State& state) {
+    runCase(state, fileOnlySetUp, writeInfo, allWritersOff, true);
 }
 
 void bothWriters(benchmark::State& state) {
@@ -63,6 +70,7 @@ void registerQelCases() {
     registerCase("console/qel", consoleOnly);
     registerCase("file/qel", fileOnly);
     registerCase("both/qel", bothWriters);
+    registerLatencyCase("latency/qel", fileLatency);
 }
 
 }  // namespace bench

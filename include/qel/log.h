@@ -67,14 +67,16 @@ typedef struct LogMessage {
     QelLogLevel level;  /* severity */
 } LogMessage;
 
-#ifdef __cplusplus
+/* The record is an interface other libraries of the kit compile against: its layout is
+ * fixed. The checks need C11 or C++11; a C99 compiler skips them (the library's own build
+ * always makes them). */
+#if defined(__cplusplus)
 #define QEL_STATIC_ASSERT(condition, message) static_assert(condition, message)
-#else
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define QEL_STATIC_ASSERT(condition, message) _Static_assert(condition, message)
 #endif
 
-/* The record is an interface other libraries of the kit compile against: its layout is
- * fixed. */
+#ifdef QEL_STATIC_ASSERT
 QEL_STATIC_ASSERT(sizeof(QelLogLevel) == 4, "QelLogLevel is 32 bits");
 QEL_STATIC_ASSERT(sizeof(QelModule) == 4, "QelModule is 32 bits");
 QEL_STATIC_ASSERT(offsetof(LogMessage, module) == 0, "LogMessage layout");
@@ -86,6 +88,8 @@ QEL_STATIC_ASSERT(offsetof(LogMessage, line) == 2560, "LogMessage layout");
 QEL_STATIC_ASSERT(offsetof(LogMessage, threadId) == 2564, "LogMessage layout");
 QEL_STATIC_ASSERT(offsetof(LogMessage, level) == 2568, "LogMessage layout");
 QEL_STATIC_ASSERT(sizeof(LogMessage) == 2572, "LogMessage size");
+#undef QEL_STATIC_ASSERT
+#endif
 
 #ifdef __cplusplus
 extern "C" {

@@ -1,7 +1,6 @@
 #include "log/qel_log_file_stream.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -37,10 +36,6 @@ constexpr uint64_t kLongestRetryPauseUs = 10 * 1000 * 1000;
 bool consoleWriterOn() {
     QelLog* log = QelLog::live();
     return log != nullptr && log->consoleStream().isOpen();
-}
-
-bool pathExists(const char* path) {
-    return access(path, F_OK) == 0;
 }
 
 // Taken by anything, a symbolic link included, whether or not it leads anywhere.
@@ -109,6 +104,7 @@ int QelLogFileStream::openFile() {
         }
         if (m_file->createNewFile(m_fileName.c_str()) == 0) {
             m_file->setMaxFileSize(m_maxFileSize);
+            m_currentFile.watch(m_file->descriptor(), m_fileName);
             return 0;
         }
         if (errno != EEXIST) {
@@ -126,6 +122,7 @@ void QelLogFileStream::closeFile() {
     if (m_file->open()) {
         m_file->closeFile();
     }
+    m_currentFile.stop();
     m_fileFolder = kDefaultFolder;
     delete m_file;
     m_file = nullptr;
@@ -160,8 +157,7 @@ void QelLogFileStream::writeFormatLog(const LogMessage& msg) {
             return;
         }
     }
-    const char* current = m_file->getFileName();
-    if (m_newFileNeeded || current == nullptr || current[0] == '\0' || !pathExists(current)) {
+    if (m_newFileNeeded || m_currentFile.replaced()) {
         if (!reopen()) {
             return;
         }
@@ -222,7 +218,9 @@ void QelLogFileStream::prepareFork() {
 
 void QelLogFileStream::continueInChild() {
     // Parent and child must never share one file's byte count, nor write into one file.
+    m_currentFile.forgetInChild();
     if (m_file != nullptr) {
+        m_file->detachInChild();
         m_newFileNeeded = true;
     }
 }

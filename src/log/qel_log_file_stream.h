@@ -6,6 +6,7 @@
 
 #include <qel/file.h>
 
+#include "log/current_file_watch.h"
 #include "log/qel_log_stream_base.h"
 #include "platform/file_impl.h"
 
@@ -15,7 +16,8 @@ namespace qel {
 // "QelLog" + the local timestamp with ':' turned into '-' + ".log"; a file is never
 // reopened, truncated or overwritten. When a line does not fit below the byte limit, the
 // file is filled to exactly the limit and the line goes on in a new file; when the current
-// file has vanished from the disk, the next record starts a new one. Off until switched on.
+// file's name no longer leads to it (deleted, renamed, replaced by anything, its folder moved), the
+// next record starts a new one. Off until switched on.
 // Reports nothing while writing: a record that cannot be written is dropped.
 //
 // New files are created exclusively and closed on exec: a name taken by anything, a
@@ -85,6 +87,7 @@ private:
     bool m_newFileNeeded;       // guarded by m_critSect; the next record starts a new file
     uint64_t m_retryPauseUs;    // guarded by m_critSect; 0 unless the last reopen failed
     uint64_t m_nextRetryUs;     // guarded by m_critSect; monotonic time of the next reopen
+    CurrentFileWatch m_currentFile;  // guarded by m_critSect; is m_file still at its name
 };
 
 }  // namespace qel

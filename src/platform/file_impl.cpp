@@ -5,6 +5,7 @@
 #include <limits.h>
 #include <stdarg.h>
 #include <stdlib.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -235,11 +236,30 @@ int FileImpl::createNewFile(const char* name) {
         errno = error;
         return -1;
     }
+    // Held while the file is open, released by its close: a tool that removes old log files
+    // skips a file that it cannot lock exclusively. A file system without such locks simply
+    // gives no protection.
+    flock(descriptor, LOCK_SH | LOCK_NB);
     m_stream = stream;
     m_opened = true;
     m_streamPos = -1;
     m_sizeAtOpen = 0;
     return 0;
+}
+
+int FileImpl::descriptor() const {
+    return m_opened ? fileno(m_stream) : -1;
+}
+
+void FileImpl::detachInChild() {
+    if (!m_opened) {
+        return;
+    }
+    const int sink = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (sink >= 0) {
+        dup3(sink, fileno(m_stream), O_CLOEXEC);
+        ::close(sink);
+    }
 }
 
 bool FileImpl::takeWriteError() {

@@ -41,8 +41,17 @@ public:
     // Returns 0; -1 when the file could not be made, errno telling why (EEXIST: the name is
     // taken); -1 with errno EBUSY when a file is open already. A new descriptor is never one
     // of 0, 1 and 2, so that a process that closed its standard streams does not get its
-    // console output written into the file.
+    // console output written into the file. While the file is open the object holds a shared
+    // lock (flock) on it, so that a tool that removes old log files can tell, by failing to
+    // lock it exclusively, that a writer still uses it.
     QEL_NO_EXPORT int createNewFile(const char* name);
+    // The descriptor of the open stream; -1 when not open.
+    QEL_NO_EXPORT int descriptor() const;
+    // In a child made by fork, from the fork handler, with the stream's buffer empty: the
+    // child's copy of the descriptor is turned to /dev/null, so that the child neither writes
+    // into the parent's file nor keeps its lock once the parent has moved on. The stream stays
+    // open for the caller to close. Async-signal-safe.
+    QEL_NO_EXPORT void detachInChild();
     // True when a write or flush failed since the last call (a full disk, a file size limit
     // of the process, an I/O error); the flag is cleared.
     QEL_NO_EXPORT bool takeWriteError();

@@ -55,7 +55,8 @@ TEST(QellogParsers, LoggingCommandLine) {
     const struct { std::vector<std::string> args; const char* error; } refused[] = {
         {{"qellog", "-q"}, "unknown option '-q' (see qellog --help)"},
         {{"qellog", "-s"}, "option --max-size needs an argument"},
-        {{"qellog", "-t", "II"}, "bad level 'II' for --threshold: expected V, I, W or E"},
+        {{"qellog", "-t", "II"}, "bad level 'II' for --threshold: expected V, I, W, E or verbose, info, "
+                                   "warning, error"},
         {{"qellog", "-s", "4G"}, "bad size '4G' for --max-size: expected N, NK, NM or NG, at "
                                  "most 4294967295 bytes"},
         {{"qellog", "-x", "1", "t"}, "--explain takes no MESSAGE"},
@@ -68,7 +69,8 @@ TEST(QellogParsers, LoggingCommandLine) {
         EXPECT_FALSE(parseOptions(argv.argc(), argv.argv(), options, error) || error != c.error)
             << error;
     }
-    Argv argv({"qellog", "-mcam", "-lw", "-tV", "-d", "logs", "-s2K", "-n", "a", "b"});
+    Argv argv({"qellog", "-m", "cam", "-l", "Warning", "-t", "V", "-d", "logs", "-s", "2K",
+               "--no-console", "a", "b"});
     Options o;
     std::string error;
     ASSERT_TRUE(parseOptions(argv.argc(), argv.argv(), o, error)) << error;
@@ -86,7 +88,7 @@ TEST(QellogParsers, PruneArgumentsAndChoice) {
         EXPECT_EQ(2, parsePruneArguments(argv.argc(), argv.argv(), request)) << args.back();
     }
     PruneRequest request;
-    Argv argv({"prune", "logs", "-s", "1K", "-o", "0.5", "-n"});
+    Argv argv({"prune", "logs", "-s", "1K", "-o", "0.5", "--dry-run"});
     ASSERT_EQ(0, parsePruneArguments(argv.argc(), argv.argv(), request));
     EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep &&
                 request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");

@@ -17,7 +17,9 @@ TEST_F(QellogTest, StdinLinesAndMessageWordsBecomeRecords) {
     std::vector<Record> records = parseRecords(result.out);
     EXPECT_EQ(std::vector<std::string>({"first line", "", "tab\there\r", "last without feed"}),
               textsOf(records));
-    for (const Record& r : records) EXPECT_TRUE(r.module == "cam" && r.level == "W" && r.tid == result.pid);
+    for (const Record& r : records) {
+        EXPECT_TRUE(r.module == "cam" && r.level == "W" && r.tid == result.pid);
+    }
     EXPECT_EQ(2u, logFiles(m_dir / "logs/day1").size());  // 171 bytes in files of 100
     EXPECT_EQ(result.out, concatenatedLogs(m_dir / "logs/day1"));
 
@@ -26,7 +28,8 @@ TEST_F(QellogTest, StdinLinesAndMessageWordsBecomeRecords) {
     ASSERT_EQ(0, result.exitCode) << result.err;
     records = parseRecords(result.out);
     ASSERT_EQ(1u, records.size());
-    EXPECT_EQ("app E hello big world", records[0].module + " " + records[0].level + " " + records[0].text);
+    EXPECT_EQ("app E hello big world",
+              records[0].module + " " + records[0].level + " " + records[0].text);
     EXPECT_TRUE(logFiles(m_dir).empty());
 
     // Below the threshold: nothing anywhere. Console off, file in the working directory,
@@ -66,21 +69,32 @@ TEST_F(QellogTest, LongLinesArriveWholeInConsecutiveRecords) {
 
 TEST_F(QellogTest, RefusedFolderLogsInTheWorkingDirectoryAndFails) {
     writeFile(m_dir / "blocker", "a file where a folder should be");
-    const ChildResult result = run({"--folder", "blocker/sub", "still", "logged"});
-    EXPECT_EQ(1, result.exitCode);
-    EXPECT_TRUE(result.err.find("qellog: folder 'blocker/sub' refused: Failed to open the file!; "
-                                "logging continues in the working directory\n") != std::string::npos)
-        << result.err;  // the library's own "mkdir error" line may come first
-    EXPECT_EQ(std::vector<std::string>{"still logged"}, textsOf(parseRecords(result.out)));
-    EXPECT_EQ(result.out, concatenatedLogs(m_dir));
+    for (const char* folder : {"blocker/sub", "   "}) {
+        const ChildResult result = run({"--folder", folder, "still", "logged"});
+        EXPECT_EQ(1, result.exitCode);
+        // The library's own "mkdir error" line may come first.
+        const std::string reason = folder[0] == ' ' ? "The value of the parameter is invalid!"
+                                                    : "Failed to open the file! (Not a directory)";
+        EXPECT_NE(std::string::npos,
+                  result.err.find("qellog: folder '" + std::string(folder) + "' refused: " +
+                                  reason + "; logging continues in the working directory\n"))
+            << result.err;
+        EXPECT_EQ(std::vector<std::string>{"still logged"}, textsOf(parseRecords(result.out)));
+        EXPECT_EQ(result.out, concatenatedLogs(m_dir));
+        for (const std::string& file : logFiles(m_dir)) std::filesystem::remove(file);
+    }
 }
 
 // The wiring from the parsers (tested in-process) to exit status and output: a usage error is 2
 // with one line on standard error and nothing logged; --explain prints a code's message.
 TEST_F(QellogTest, CommandLineAnswers) {
     const struct { std::vector<std::string> args; int exitCode; const char *out, *err; } cases[] = {
-        {{"-l", "X", "t"}, 2, "", "qellog: bad level 'X' for --level: expected V, I, W or E\n"},
-        {{"cat", "-x", "a"}, 2, "", "qellog: unknown option '-x' (see qellog cat --help)\n"},
+        {{"--level", "X", "t"}, 2, "", "qellog: bad level 'X' for --level: expected V, I, W, E or "
+                                       "verbose, info, warning, error\n"},
+        {{"prune", "logs", "--keep", "x"}, 2, "",
+         "qellog: bad value 'x' for --keep (see qellog prune --help)\n"},
+        {{"cat", "--bogus", "logs"}, 2, "",
+         "qellog: unknown option '--bogus' (see qellog cat --help)\n"},
         {{"--explain", "0x80300002"}, 0, "Failed to open the file!\n", ""},
         {{"--explain", "0x80300003"}, 1, "", "qellog: error code 0x80300003 has no message\n"},
         {{"--version"}, 0, "qellog " QELTEST_VERSION "\n", ""}};

@@ -1,7 +1,7 @@
 // qellog cat: the records of log files, whole, in the order they were written.
 
-#include <getopt.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -13,19 +13,25 @@
 #include "commands.h"
 #include "output.h"
 #include "plan.h"
+#include "read_options.h"
 #include "records.h"
+#include "selection.h"
 
 namespace qellog {
 namespace {
 
 const char kCatUsage[] =
-    "Usage: qellog cat [--json] DIR|FILE...\n"
+    "Usage: qellog cat [OPTION]... DIR|FILE...\n"
     "Print the records of the log files in each DIR (oldest file first) and of each FILE,\n"
     "whole: a record that the size limit split between two files is joined again.\n"
     "\n"
-    "  -j, --json    one JSON object per line and record: module, version, level, time,\n"
-    "                tid, text, file, date\n"
-    "  -h, --help    print this help and exit\n"
+    "  -j, --json           one JSON object per line and record: module, version, level,\n"
+    "                       time, tid, text, file, date, ts (date and time with the zone\n"
+    "                       offset of this machine)\n"
+    "  -n, --lines N        only the last N records (of those selected)\n"
+    "      --color WHEN     colour the level and header: auto (on a terminal, unless\n"
+    "                       NO_COLOR is set; the default), always or never\n"
+    "  -h, --help           print this help and exit\n"
     "\n"
     "Bytes that are not a whole record (the start of a folder whose older files were\n"
     "deleted, a file cut off by a crash, a foreign file) are printed too, with a warning\n"
@@ -58,28 +64,10 @@ bool collectFiles(const std::vector<const char*>& arguments, std::vector<LogFile
 
 }  // namespace
 
-int runCat(int argc, char** argv) {
-    static const option kOptions[] = {{"json", no_argument, nullptr, 'j'},
-                                      {"help", no_argument, nullptr, 'h'},
-                                      {nullptr, 0, nullptr, 0}};
-    bool json = false;
-    opterr = 0;
-    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
-    int c;
-    while ((c = getopt_long(argc, argv, "+jh", kOptions, nullptr)) != -1) {
-        switch (c) {
-            case 'j': json = true; break;
-            case 'h': std::fputs(kCatUsage, stdout); return 0;
-            default: return optionError(c, argv, "cat");
-        }
-    }
-    if (optind >= argc) {
-        std::fprintf(stderr, "qellog: cat needs a DIR or FILE (see qellog cat --help)\n");
-        return 2;
-    }
+int readRecords(const std::vector<const char*>& arguments,
+                const std::function<void(const Record&)>& take, std::vector<LogFile>* read) {
     std::vector<LogFile> files;
-    int status = collectFiles(std::vector<const char*>(argv + optind, argv + argc), files) ? 0 : 1;
-
+    int status = collectFiles(arguments, files) ? 0 : 1;
     if (const LogFile* stepped = clockWentBack(files, std::time(nullptr))) {
         std::fprintf(stderr,
                      "qellog: %s: the clock went back while the files were written; the "
@@ -88,12 +76,10 @@ int runCat(int argc, char** argv) {
     }
     std::vector<FileShape> shapes;
     for (const LogFile& file : files) shapes.push_back(shapeOf(file.path, file.size));
-
     RecordReader reader;
-    RecordPrinter printer(json);
     Record record;
     const auto drain = [&] {
-        while (reader.next(record, DataEnd::More)) printer.print(record);
+        while (reader.next(record, DataEnd::More)) take(record);
     };
     for (const PlannedFile& planned : planReading(files, shapes)) {
         const LogFile& file = files[planned.index];
@@ -104,7 +90,21 @@ int runCat(int argc, char** argv) {
             status = 1;
         }
     }
-    while (reader.next(record, DataEnd::Final)) printer.print(record);
+    while (reader.next(record, DataEnd::Final)) take(record);
+    if (read != nullptr) *read = files;
+    return status;
+}
+
+int runCat(int argc, char** argv) {
+    ReadOptions options;
+    const int parsed = parseReadOptions(argc, argv, ReadCommand::Cat, kCatUsage, options);
+    if (parsed != 0) return parsed < 0 ? 0 : parsed;
+    RecordPrinter printer(options.json,
+                          !options.json && colourWanted(options.colour, STDOUT_FILENO));
+    Selection selection(options.filter, printer, options.hasLines, options.lines);
+    const int status =
+        readRecords(options.paths, [&](const Record& record) { selection.take(record); });
+    selection.endTail();
     if (!printer.flush()) {
         std::fprintf(stderr, "qellog: cannot write the records: %s\n", std::strerror(errno));
         return 1;

@@ -1,10 +1,10 @@
 // qellog follow: the records of a log folder, whole, as the writers add them.
 
 #include <fcntl.h>
-#include <getopt.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -17,24 +17,30 @@
 #include <string>
 #include <vector>
 
+#include "colour.h"
 #include "commands.h"
 #include "follow_state.h"
 #include "output.h"
 #include "plan.h"
+#include "read_options.h"
 #include "records.h"
+#include "selection.h"
 
 namespace qellog {
 namespace {
 
 const char kFollowUsage[] =
-    "Usage: qellog follow [--json] [--state FILE] DIR\n"
+    "Usage: qellog follow [OPTION]... DIR\n"
     "Print the records of the log files in DIR like qellog cat, then go on printing each\n"
     "record as soon as it is complete, from every file that grows, until SIGINT or SIGTERM.\n"
+    "A DIR that does not exist yet is waited for (with a note on standard error).\n"
     "\n"
-    "  -j, --json          one JSON object per line and record (see qellog cat --help)\n"
-    "  -s, --state FILE    start where the last run with this FILE stopped, and keep in it\n"
-    "                      how far this run got, so that each record is printed once\n"
-    "  -h, --help          print this help and exit\n";
+    "  -j, --json           one JSON object per line and record (see qellog cat --help)\n"
+    "  -n, --lines N        start with the last N records (0: only new ones)\n"
+    "      --color WHEN     auto (the default), always or never (see qellog cat --help)\n"
+    "      --state FILE     start where the last run with this FILE stopped, and keep in it\n"
+    "                       how far this run got, so that each record is printed once\n"
+    "  -h, --help           print this help and exit\n";
 
 // A record that ends with its empty line at the end of a file is taken as complete once the
 // file has not grown for this long: a text may itself hold an empty line, and a writer of an
@@ -82,8 +88,12 @@ struct Tracked {
 
 class Follower {
 public:
-    Follower(std::string folder, bool json, std::string statePath)
-        : m_folder(std::move(folder)), m_printer(json), m_statePath(std::move(statePath)) {}
+    explicit Follower(const ReadOptions& options)
+        : m_options(options),
+          m_folder(options.paths[0]),
+          m_printer(options.json, !options.json && colourWanted(options.colour, STDOUT_FILENO)),
+          m_selection(m_options.filter, m_printer, options.hasLines, options.lines),
+          m_statePath(options.statePath) {}
 
     int run();
 
@@ -105,14 +115,17 @@ private:
     void watch();
     void wait();
 
+    ReadOptions m_options;
     std::string m_folder;
     RecordPrinter m_printer;
+    Selection m_selection;  // with -n: keeps the last records until the catch-up is done
     std::string m_statePath;
     std::map<FileTime, Tracked> m_files;  // in the order of their names
     std::set<std::uint64_t> m_fullSizes;     // the sizes at which the writers rotate
     FollowState m_resumed;                   // the state file's entries not yet matched
     std::string m_resumedBefore;             // earlier format: files before it were read
     bool m_emitted = false;  // records printed since the state was saved
+    long long m_tailEndsMs = 0;  // with -n: when the catch-up ends at the latest
     long long m_savedMs = 0;
     int m_inotify = -1;
     int m_watch = -1;
@@ -241,7 +254,7 @@ void Follower::emit(Tracked& t, DataEnd end) {
                          record.file.c_str(), static_cast<unsigned long long>(record.offset));
         }
         t.settled = false;
-        m_printer.print(record);
+        m_selection.take(record);
         m_emitted = any = true;
     }
     if (end == DataEnd::Quiet && any && t.reader->pending() == 0) t.settled = true;
@@ -284,12 +297,14 @@ bool Follower::pass() {
         }
         it = m_files.erase(it);
     }
+    bool pending = false;
     for (auto& entry : m_files) {
         Tracked& t = entry.second;
         emit(t, DataEnd::More);
         if (t.reader != nullptr && t.reader->pending() > 0 && nowMs() - t.grewMs >= kSettleMs) {
             emit(t, DataEnd::Quiet);
         }
+        pending = pending || (t.reader != nullptr && t.reader->pending() > 0);
         if (t.reader != nullptr && t.reader->pending() == 0 && t.continuedBy.empty()) {
             // Nothing held: keep the place, not the reader.
             std::string refFile;
@@ -300,6 +315,10 @@ bool Follower::pass() {
             t.reader.reset();
         }
     }
+    // Caught up with the files: nothing is left, or a writer that never pauses keeps the last
+    // record open; then the records of the settling time still count as the folder's last.
+    if (m_tailEndsMs == 0) m_tailEndsMs = nowMs() + kSettleMs;
+    if (!pending || nowMs() >= m_tailEndsMs) m_selection.endTail();
     if (!m_printer.flush()) {
         std::fprintf(stderr, "qellog: cannot write the records: %s\n", std::strerror(errno));
         return false;
@@ -411,31 +430,31 @@ int Follower::run() {
     return status;
 }
 
+// Says on standard error why `folder` cannot be followed and returns false; a folder that does
+// not exist yet is waited for, with a note.
+bool checkFolder(const char* folder) {
+    struct stat status;
+    if (stat(folder, &status) == 0) {
+        if (S_ISDIR(status.st_mode) && access(folder, R_OK | X_OK) == 0) return true;
+        if (!S_ISDIR(status.st_mode)) errno = ENOTDIR;
+    } else if (errno == ENOENT) {
+        std::fprintf(stderr, "qellog: folder '%s' does not exist (yet); waiting for it\n", folder);
+        return true;
+    }
+    const int error = errno;
+    std::fprintf(stderr, "qellog: cannot follow '%s': %s%s\n", folder, std::strerror(error),
+                 error == ENOTDIR ? " (to read one file: qellog cat FILE)" : "");
+    return false;
+}
+
 }  // namespace
 
 int runFollow(int argc, char** argv) {
-    static const option kOptions[] = {{"json", no_argument, nullptr, 'j'},
-                                      {"state", required_argument, nullptr, 's'},
-                                      {"help", no_argument, nullptr, 'h'},
-                                      {nullptr, 0, nullptr, 0}};
-    bool json = false;
-    std::string statePath;
-    opterr = 0;
-    optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
-    int c;
-    while ((c = getopt_long(argc, argv, ":js:h", kOptions, nullptr)) != -1) {
-        switch (c) {
-            case 'j': json = true; break;
-            case 's': statePath = optarg; break;
-            case 'h': std::fputs(kFollowUsage, stdout); return 0;
-            default: return optionError(c, argv, "follow");
-        }
-    }
-    if (optind + 1 != argc || argv[optind][0] == '\0') {
-        std::fprintf(stderr, "qellog: follow needs one DIR (see qellog follow --help)\n");
-        return 2;
-    }
-    Follower follower(argv[optind], json, statePath);
+    ReadOptions options;
+    const int parsed = parseReadOptions(argc, argv, ReadCommand::Follow, kFollowUsage, options);
+    if (parsed != 0) return parsed < 0 ? 0 : parsed;
+    if (!checkFolder(options.paths[0])) return 1;
+    Follower follower(options);
     return follower.run();
 }
 

@@ -1,6 +1,9 @@
 #include "json.h"
 
+#include <cstdint>
 #include <cstdio>
+
+#include "timestamps.h"
 
 namespace qellog {
 namespace {
@@ -86,6 +89,8 @@ std::string recordJson(const Record& record) {
                      record.textEnd - record.textBegin);
     appendField(out, "file", record.file);
     appendField(out, "date", record.date);
+    std::int64_t ms = 0;
+    appendField(out, "ts", recordLocalMs(record, ms) ? isoTimestamp(ms) : std::string());
     out += '}';
     return out;
 }

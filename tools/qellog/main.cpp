@@ -4,6 +4,7 @@
 #include <qel/log.h>
 #include <qel/version.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <string>
 
 #include "commands.h"
+#include "folder_problem.h"
 #include "options.h"
 #include "pump.h"
 
@@ -24,6 +26,19 @@ std::string describe(int code) {
     char text[32];
     std::snprintf(text, sizeof(text), "error code 0x%08X", static_cast<unsigned int>(code));
     return text;
+}
+
+// Every code of the table 0x8030CCII (categories 0 to 5) with its message, a tab between.
+int explainAll() {
+    for (unsigned int category = 0; category <= 5; ++category) {
+        for (unsigned int index = 0; index <= 0xFF; ++index) {
+            const unsigned int code = 0x80300000u | category << 8 | index;
+            if (const char* message = errorGetErrorCodeString(static_cast<int>(code))) {
+                std::printf("0x%08X\t%s\n", code, message);
+            }
+        }
+    }
+    return std::fflush(stdout) == 0 ? 0 : 1;
 }
 
 int explain(int code) {
@@ -44,7 +59,9 @@ int configureFiles(const qellog::Options& options) {
         if (qelLogSetFileFolder(options.folder) == 0) {
             return 0;
         }
-        const std::string reason = describe(*ErrnoLocal());
+        std::string reason = describe(*ErrnoLocal());
+        const std::string problem = qellog::folderProblem(options.folder);
+        if (!problem.empty()) reason += " (" + problem + ")";
         // Most refusals leave the file writer on in the working directory; a blank or too long
         // folder changes nothing, so the writer is switched on there here. Switching on a writer
         // that is on changes nothing, so the result also tells whether a log file is open.
@@ -62,6 +79,24 @@ int configureFiles(const qellog::Options& options) {
         return 1;
     }
     return 0;
+}
+
+// `qellog help [COMMAND]`: the help of the tool or of one command.
+int help(int argc, char** argv) {
+    if (argc < 3) {
+        std::fputs(qellog::usageText(), stdout);
+        return 0;
+    }
+    char helpOption[] = "--help";
+    char* arguments[] = {argv[2], helpOption, nullptr};
+    const std::string command = argv[2];
+    if (command == "cat") return qellog::runCat(2, arguments);
+    if (command == "follow") return qellog::runFollow(2, arguments);
+    if (command == "stats") return qellog::runStats(2, arguments);
+    if (command == "prune") return qellog::runPrune(2, arguments);
+    std::fprintf(stderr, "qellog: no command '%s': cat, follow, stats, prune (see qellog --help)\n",
+                 argv[2]);
+    return 2;
 }
 
 int run(const qellog::Options& options) {
@@ -95,13 +130,15 @@ int run(const qellog::Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A first argument that names a subcommand reads log files instead of writing them; a
-    // message that starts with such a word is logged after "--".
+    // A first argument that names a subcommand reads log files instead of writing them (or
+    // prints help); a message that starts with such a word is logged after "--".
     if (argc > 1) {
         const std::string command = argv[1];
         if (command == "cat") return qellog::runCat(argc - 1, argv + 1);
         if (command == "follow") return qellog::runFollow(argc - 1, argv + 1);
         if (command == "prune") return qellog::runPrune(argc - 1, argv + 1);
+        if (command == "stats") return qellog::runStats(argc - 1, argv + 1);
+        if (command == "help") return help(argc, argv);
     }
     qellog::Options options;
     std::string error;
@@ -119,8 +156,20 @@ int main(int argc, char** argv) {
             return 0;
         case qellog::Options::Action::Explain:
             return explain(options.explainCode);
+        case qellog::Options::Action::ExplainList:
+            return explainAll();
         case qellog::Options::Action::Log:
             break;
+    }
+    // A folder's name is more likely a habit from other tools than a message to log.
+    struct stat status;
+    if (!options.words.empty() && !options.wordsAfterDashes &&
+        stat(options.words[0], &status) == 0 && S_ISDIR(status.st_mode)) {
+        std::fprintf(stderr,
+                     "qellog: '%s' is a folder: to read it, qellog cat %s (or follow); to log "
+                     "it as a message, put -- before it\n",
+                     options.words[0], options.words[0]);
+        return 2;
     }
     return run(options);
 }

@@ -6,12 +6,15 @@
 #include <cstdint>
 #include <cstring>
 
+#include "filter.h"
 #include "numbers.h"
 
 namespace qellog {
 namespace {
 
-const char kShortOptions[] = ":m:l:t:d:fs:nx:hV";  // leading ':' reports a missing argument as ':'
+// --file and --no-console have no short form: -f would be taken for following, and -n means
+// "last N records" when reading.
+const char kShortOptions[] = ":m:l:t:d:s:x:hV";  // leading ':' reports a missing argument as ':'
 
 const option kLongOptions[] = {
     {"module", required_argument, nullptr, 'm'},   {"level", required_argument, nullptr, 'l'},
@@ -33,14 +36,15 @@ std::string longName(int shortOption) {
 }  // namespace
 
 bool parseLevel(const char* text, QelLogLevel& level) {
-    if (text[0] == '\0' || text[1] != '\0') return false;
-    switch (text[0]) {
-        case 'V': case 'v': level = QEL_LOG_VERBOSE; return true;
-        case 'I': case 'i': level = QEL_LOG_INFO; return true;
-        case 'W': case 'w': level = QEL_LOG_WARNING; return true;
-        case 'E': case 'e': level = QEL_LOG_ERROR; return true;
-        default: return false;
+    char letter = 0;
+    if (!parseLevelName(text, letter)) return false;
+    switch (letter) {
+        case 'V': level = QEL_LOG_VERBOSE; break;
+        case 'I': level = QEL_LOG_INFO; break;
+        case 'W': level = QEL_LOG_WARNING; break;
+        default: level = QEL_LOG_ERROR; break;
     }
+    return true;
 }
 
 bool parseCode(const char* text, int& code) {
@@ -71,7 +75,7 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
                 QelLogLevel& target = c == 'l' ? options.level : options.threshold;
                 if (!parseLevel(optarg, target)) {
                     error = "bad level '" + std::string(optarg) + "' for " + longName(c) +
-                            ": expected V, I, W or E";
+                            ": expected V, I, W, E or verbose, info, warning, error";
                     return false;
                 }
                 options.hasThreshold = options.hasThreshold || c == 't';
@@ -98,6 +102,10 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
                 options.console = false;
                 break;
             case 'x':
+                if (std::strcmp(optarg, "--list") == 0 || std::strcmp(optarg, "list") == 0) {
+                    options.action = Options::Action::ExplainList;
+                    break;
+                }
                 if (!parseCode(optarg, options.explainCode)) {
                     error = "bad error code '" + std::string(optarg) +
                             "' for --explain: expected hexadecimal 0x8030CCII or decimal";
@@ -115,6 +123,12 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
                 error = "option " + longName(optopt) + " needs an argument";
                 return false;
             default:  // '?': unknown option, or an ambiguous abbreviation of a long one
+                if (optopt == 'f' || optopt == 'n') {
+                    error = std::string("unknown option '-") + static_cast<char>(optopt) +
+                            "': to read a log folder use qellog cat [-n N] DIR or qellog "
+                            "follow DIR; to write log files use --file or --no-console";
+                    return false;
+                }
                 error = "unknown option '" +
                         (optopt != 0 ? std::string("-") + static_cast<char>(optopt)
                                      : std::string(argv[optind - 1])) +
@@ -123,7 +137,8 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
         }
     }
     options.words.assign(argv + optind, argv + argc);
-    if (options.action == Options::Action::Explain && !options.words.empty()) {
+    options.wordsAfterDashes = optind > 1 && std::strcmp(argv[optind - 1], "--") == 0;
+    if (options.action != Options::Action::Log && !options.words.empty()) {
         error = "--explain takes no MESSAGE";
         return false;
     }
@@ -132,31 +147,42 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
 
 const char* usageText() {
     return "Usage: qellog [OPTION]... [MESSAGE]...\n"
-           "   or: qellog cat [--json] DIR|FILE...\n"
-           "   or: qellog follow [--json] [--state FILE] DIR\n"
+           "   or: qellog cat [OPTION]... DIR|FILE...\n"
+           "   or: qellog follow [OPTION]... DIR\n"
+           "   or: qellog stats [OPTION]... DIR|FILE...\n"
            "   or: qellog prune DIR --keep N|--max-total SIZE|--older-than DAYS [--dry-run]\n"
+           "   or: qellog help [COMMAND]\n"
            "Log MESSAGE as one record, or without MESSAGE each line of standard input as one\n"
            "record, on the console and, when switched on, into size-limited log files.\n"
            "\n"
            "  -m, --module NAME          module name that starts each line (default qellog)\n"
-           "  -l, --level V|I|W|E        level of the records (default I)\n"
-           "  -t, --threshold V|I|W|E    drop records below this level (default I)\n"
+           "  -l, --level LEVEL          level of the records: V, I, W, E or verbose, info,\n"
+           "                             warning, error (default I)\n"
+           "  -t, --threshold LEVEL      drop records below this level (default I)\n"
            "  -d, --folder DIR           write log files into DIR, created when missing\n"
-           "  -f, --file                 write log files into the working directory\n"
+           "      --file                 write log files into the working directory\n"
            "  -s, --max-size N[K|M|G]    bytes per log file, K, M, G = 1024, 1024^2, 1024^3;\n"
            "                             0 for no limit (default 10M)\n"
-           "  -n, --no-console           do not print records on standard output\n"
+           "      --no-console           do not print records on standard output\n"
            "  -x, --explain CODE         print the message of an error code (0x8030010A or\n"
-           "                             decimal) and exit\n"
+           "                             decimal) and exit; --explain --list: every code\n"
+           "                             and its message, a tab between them\n"
            "  -h, --help                 print this help and exit\n"
            "  -V, --version              print the library version and exit\n"
+           "\n"
+           "Reading the log files back (qellog COMMAND --help for each):\n"
+           "  cat      the records, whole, oldest first; filters (--level, --module, --since,\n"
+           "           --until, --tid, --grep), -n N for the last N, --json, --color\n"
+           "  follow   the same, then each new record as the writer adds it\n"
+           "  stats    files, bytes, time span, records per level and module, warnings\n"
+           "  prune    delete the oldest log files beyond a count, size or age\n"
            "\n"
            "A record holds 2047 bytes of text: longer lines continue in the next records.\n"
            "A line feed ends a line; a carriage return stays in the text; a NUL byte is\n"
            "logged as a space. Log files are named QelLog<date-time>.log; a full file is\n"
            "continued in a new one.\n"
-           "cat, follow and prune read the log files back (see qellog cat --help); to log a\n"
-           "message that starts with one of these words, put -- before it.\n"
+           "To log a message that starts with a command's name or with the name of a folder,\n"
+           "put -- before it.\n"
            "Exit status: 0 success, 1 runtime failure (folder refused, code without a\n"
            "message, unreadable input), 2 usage error.\n";
 }

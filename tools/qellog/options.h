@@ -10,7 +10,7 @@ namespace qellog {
 
 // What one command line asks for. Pointers point into argv and live as long as the process.
 struct Options {
-    enum class Action { Log, Explain, Help, Version };
+    enum class Action { Log, Explain, ExplainList, Help, Version };
 
     Action action = Action::Log;
     const char* module = "qellog";
@@ -24,13 +24,14 @@ struct Options {
     const char* folder = nullptr;  // --folder: log files there (wins over --file)
     int explainCode = 0;
     std::vector<const char*> words;  // MESSAGE words; none: read standard input
+    bool wordsAfterDashes = false;   // the words came after "--": taken as they are
 };
 
 // Reads the command line into `options`. Returns true when it is usable; otherwise `error`
 // holds a one-line reason (without the "qellog: " prefix) and the caller exits with 2.
 bool parseOptions(int argc, char** argv, Options& options, std::string& error);
 
-// "V", "I", "W" or "E", either case. Returns false for anything else.
+// A level as parseLevelName() reads it. Returns false for anything else.
 bool parseLevel(const char* text, QelLogLevel& level);
 
 // An error code in hexadecimal ("0x8030010A") or decimal, negative decimals read as the

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "colour.h"
 #include "json.h"
 
 namespace qellog {
@@ -33,6 +34,9 @@ void RecordPrinter::print(const Record& record) {
     if (m_json) {
         const std::string line = recordJson(record) + "\n";
         std::fwrite(line.data(), 1, line.size(), stdout);
+    } else if (m_colour) {
+        const std::string coloured = colouredRecord(record);
+        std::fwrite(coloured.data(), 1, coloured.size(), stdout);
     } else {
         std::fwrite(record.bytes.data(), 1, record.bytes.size(), stdout);
     }

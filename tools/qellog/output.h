@@ -10,15 +10,17 @@ namespace qellog {
 
 // Prints records on standard output, as they were in the files or one JSON object per line,
 // and warns on standard error about bytes that are not a whole record. Nothing is dropped.
+// `colour` adds terminal colours to the records as in the files.
 class RecordPrinter {
 public:
-    explicit RecordPrinter(bool json) : m_json(json) {}
+    explicit RecordPrinter(bool json, bool colour = false) : m_json(json), m_colour(colour) {}
     void print(const Record& record);
     // Pushes what was printed out of the process. Returns false when standard output failed.
     bool flush();
 
 private:
     bool m_json;
+    bool m_colour;
 };
 
 // Reads the file at `path` from `offset` to its current end into `reader`. Returns the number

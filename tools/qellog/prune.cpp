@@ -36,7 +36,7 @@ const char kPruneUsage[] =
     "                              SIZE bytes (K, M, G, T = 1024, 1024^2, ...)\n"
     "  -o, --older-than DAYS       delete files last written more than DAYS days ago\n"
     "                              (a decimal number, like 0.5)\n"
-    "  -n, --dry-run               print what would be deleted, delete nothing\n"
+    "      --dry-run               print what would be deleted, delete nothing\n"
     "  -h, --help                  print this help and exit\n";
 
 bool parseDays(const char* text, double& days) {
@@ -82,10 +82,14 @@ int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
     optind = 0;  // 0: getopt starts afresh, also after an earlier parse in this process
     int c;
     bool ok = true;
-    while ((c = getopt_long(argc, argv, ":k:s:o:nh", kOptions, nullptr)) != -1) {
+    while ((c = getopt_long(argc, argv, ":k:s:o:h", kOptions, nullptr)) != -1) {
         switch (c) {
-            case 'k': ok = request.hasKeep = parseUnsigned(optarg, 10, UINT64_MAX, request.keep); break;
-            case 's': ok = request.hasTotal = parseSize(optarg, UINT64_MAX, request.maxTotal); break;
+            case 'k':
+                ok = request.hasKeep = parseUnsigned(optarg, 10, UINT64_MAX, request.keep);
+                break;
+            case 's':
+                ok = request.hasTotal = parseSize(optarg, UINT64_MAX, request.maxTotal);
+                break;
             case 'o': ok = request.hasAge = parseDays(optarg, request.days); break;
             case 'n': request.dryRun = true; break;
             case 'h': std::fputs(kPruneUsage, stdout); return -1;
@@ -111,7 +115,7 @@ int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
 std::vector<bool> selectForDeletion(const std::vector<PruneCandidate>& files,
                                     const PruneRequest& request, std::time_t now) {
     std::uint64_t total = 0;
-    std::size_t latest = 0;  // the file written to last: with a clock that went back, not the newest name
+    std::size_t latest = 0;  // written to last: after the clock went back, not the newest name
     for (std::size_t i = 0; i < files.size(); ++i) {
         total += files[i].size;
         if (files[i].modified >= files[latest].modified) latest = i;

@@ -211,8 +211,10 @@ HeaderMatch matchHeader(const char* data, std::size_t size, Header* header, std:
         if (data[close] == '\0') return HeaderMatch::No;
         // An empty line followed by a header: that header starts the record, not this one.
         if (data[close] == '\n' && data[close - 1] == '\n' && close + 1 < size) {
-            const HeaderMatch later = matchHeader(data + close + 1, size - close - 1, nullptr, nullptr);
-            if (later != HeaderMatch::No) return later == HeaderMatch::Yes ? HeaderMatch::No : later;
+            const HeaderMatch later =
+                matchHeader(data + close + 1, size - close - 1, nullptr, nullptr);
+            if (later == HeaderMatch::Yes) return HeaderMatch::No;
+            if (later == HeaderMatch::Partial) return HeaderMatch::Partial;
         }
         if (data[close] != ']') continue;
         const HeaderMatch match = matchAfterModule(data, size, close, header, length);

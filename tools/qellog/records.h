@@ -127,7 +127,8 @@ public:
     std::size_t pending() const { return m_buffer.size() - m_start; }
     // Bytes are pending and do not end with an empty line: the data ends inside a record.
     bool endsInside() const {
-        return pending() > 0 && (pending() < 2 || m_buffer.compare(m_buffer.size() - 2, 2, "\n\n") != 0);
+        return pending() > 0 &&
+               (pending() < 2 || m_buffer.compare(m_buffer.size() - 2, 2, "\n\n") != 0);
     }
 
     // How the search for the end of a record came out: found, not decidable from the bytes so

@@ -1,0 +1,159 @@
+// The current log file taken away while the writer has it open, in every way a person or a
+// tool can: the next record goes into a new file at the folder's path, never into the file that
+// is gone, never through whatever took its name.
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <filesystem>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <qel/log.h>
+
+#include "support/test_support.h"
+
+using namespace qeltest;
+
+static bool g_inotifyFails = false;
+static int g_inotifyCalls = 0;
+
+// Stands in for the C library's: with g_inotifyFails set, the process runs as if the user's
+// inotify instances were used up.
+extern "C" int inotify_init1(int flags) {
+    ++g_inotifyCalls;
+    if (g_inotifyFails) {
+        errno = EMFILE;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_inotify_init1, flags));
+}
+
+namespace {
+
+const char* const kModes[] = {"delete",        "rename",         "create",
+                              "file",          "link",           "folder",
+                              "folder-moved",  "folder-removed", "ancestor-moved",
+                              "queue-overflow"};
+
+// Takes the current file `file` of the folder `logs`, which lies in `top`, away as `mode` says.
+bool takeAway(const std::string& mode, const std::string& top, const std::string& logs,
+              const std::string& file) {
+    const char* name = file.c_str();
+    if (mode == "delete") {
+        return unlink(name) == 0;
+    } else if (mode == "rename") {
+        return rename(name, (file + ".1").c_str()) == 0;
+    } else if (mode == "create" || mode == "file") {  // "create": what logrotate does
+        if ((mode == "create" ? rename(name, (file + ".1").c_str()) : unlink(name)) != 0) {
+            return false;
+        }
+        writeFile(file, mode == "file" ? "planted" : "");
+        return access(name, F_OK) == 0;
+    } else if (mode == "link") {
+        return unlink(name) == 0 && symlink((top + "/../victim").c_str(), name) == 0;
+    } else if (mode == "folder") {
+        return unlink(name) == 0 && mkdir(name, 0755) == 0;
+    } else if (mode == "folder-moved") {
+        return rename(logs.c_str(), (logs + "-old").c_str()) == 0;
+    } else if (mode == "folder-removed") {
+        removeTree(logs);
+        return true;
+    } else if (mode == "ancestor-moved") {
+        return rename(top.c_str(), (top + "-old").c_str()) == 0;
+    }
+    // More changes in the folder than the kernel queues for a watch, then the delete, whose
+    // own report is lost in the overflow.
+    const int queued = std::stoi(readFile("/proc/sys/fs/inotify/max_queued_events"));
+    const std::string one = logs + "/one", other = logs + "/other";
+    writeFile(one, "");
+    bool moved = true;
+    for (int i = 0; i <= queued / 2 && moved; ++i) {
+        const std::string& from = i % 2 ? other : one;
+        moved = rename(from.c_str(), (i % 2 ? one : other).c_str()) == 0;
+    }
+    return moved && unlink(name) == 0;
+}
+
+// Another descriptor can lock `path` exclusively: no writer holds it.
+bool lockable(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool locked = descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+    close(descriptor);
+    return locked;
+}
+
+bool inotifyDescriptorOpen() {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        if (std::filesystem::read_symlink(entry.path(), ignored) == "anon_inode:inotify") {
+            return true;
+        }
+    }
+    return false;
+}
+
+ChildResult eachWayAway(bool inotifyFails) {
+    return runChild([inotifyFails] {
+        g_inotifyFails = inotifyFails;
+        close(STDIN_FILENO);  // no descriptor of the library may take its place
+        const std::string cwd = std::filesystem::current_path();
+        writeFile("victim", "victim");
+        CHILD_CHECK(mkdir("moved", 0755) == 0);
+        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0);
+        // The default folder is relative: after a change of the working directory the next
+        // record starts a new file in the new one.
+        CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
+        CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, "in-first") == 0);
+        CHILD_CHECK(chdir("moved") == 0);
+        CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, "in-moved") == 0 && chdir("..") == 0);
+        CHILD_CHECK(countOf(concatenatedLogs("moved"), "]in-moved\n") == 1);
+
+        for (const std::string mode : kModes) {
+            const std::string top = cwd + "/" + mode, logs = top + "/logs";
+            CHILD_CHECK(qelLogSetFileFolder(logs.c_str()) == 0);
+            CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, ("before-" + mode).c_str()) == 0);
+            CHILD_CHECK(logFiles(logs).size() == 1);
+            CHILD_CHECK(takeAway(mode, top, logs, logFiles(logs)[0]));
+            CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, ("after-" + mode).c_str()) == 0);
+            if (countOf(concatenatedLogs(logs), "]after-" + mode + "\n") != 1) {
+                fprintf(stderr, "after %s the record is not in a new file\n", mode.c_str());
+                return 1;
+            }
+        }
+        CHILD_CHECK(readFile("victim") == "victim");
+        CHILD_CHECK(inotifyDescriptorOpen() != inotifyFails && g_inotifyCalls > 0);
+        CHILD_CHECK(open("/dev/null", O_RDONLY) == STDIN_FILENO);
+
+        // The current file is locked shared, a finished one not. A child that never logs keeps
+        // no hold on the file once the parent has moved on.
+        const std::string current = logFiles(cwd + "/queue-overflow/logs").back();
+        CHILD_CHECK(!lockable(current) && lockable(logFiles(cwd + "/delete/logs").back()));
+        int ready[2];
+        CHILD_CHECK(pipe(ready) == 0);
+        const pid_t idle = fork();
+        if (idle == 0) {
+            _exit(write(ready[1], "r", 1) == 1 ? pause() : 1);
+        }
+        char byte;
+        CHILD_CHECK(read(ready[0], &byte, 1) == 1);  // past the fork handlers
+        CHILD_CHECK(qelLogSetFileFolder((cwd + "/moved").c_str()) == 0);
+        const bool released = lockable(current);
+        kill(idle, SIGKILL);
+        CHILD_CHECK(waitpid(idle, nullptr, 0) == idle && released);
+        return 0;
+    });
+}
+
+}  // namespace
+
+TEST(ReplacedFileTest, EveryWayTheCurrentFileGoesSendsTheNextRecordIntoANewFile) {
+    EXPECT_CHILD_OK(eachWayAway(false));  // the kernel reports changes on the path
+    EXPECT_CHILD_OK(eachWayAway(true));   // no inotify: the path is walked per record
+}

@@ -1,0 +1,22 @@
+#include "selection.h"
+
+namespace qellog {
+
+void Selection::take(const Record& record) {
+    if (!m_filter.matches(record)) return;
+    if (!m_tailing) {
+        m_printer.print(record);
+        return;
+    }
+    if (m_lines == 0) return;
+    if (m_kept.size() == m_lines) m_kept.pop_front();
+    m_kept.push_back(record);
+}
+
+void Selection::endTail() {
+    for (const Record& record : m_kept) m_printer.print(record);
+    m_kept.clear();
+    m_tailing = false;
+}
+
+}  // namespace qellog
