@@ -6,15 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(libbenchmark-dev libspdlog-dev libgoogle-glog-dev liblog4cplus-dev)
-missing=()
-for package in "${packages[@]}"; do
-    dpkg -s "$package" >/dev/null 2>&1 || missing+=("$package")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update
-    apt-get install -y --no-install-recommends "${missing[@]}"
-fi
+bash .ci/install-missing.sh "${packages[@]}"
 
 cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DQEL_BUILD_BENCH=ON \
     -DQEL_BUILD_TESTS=OFF -DQEL_BUILD_TOOLS=OFF

@@ -87,6 +87,13 @@ for file in qelConfig.cmake qelConfigVersion.cmake qelTargets.cmake; do
     [[ -f "$cmake_dir/$file" ]] || fail "${cmake_dir#"$prefix"/}/$file is not installed"
 done
 
+# qel::qel gives consumers its include directory and the library, no language standard, no
+# options and no further libraries: a C program must not get C++ requirements.
+if grep -E "INTERFACE_(COMPILE_FEATURES|COMPILE_OPTIONS|COMPILE_DEFINITIONS|LINK_LIBRARIES)" \
+        "$cmake_dir/qelTargets.cmake"; then
+    fail "qel::qel passes usage requirements on beyond its include directory"
+fi
+
 # The tree holds the library, its headers, its packages and the tools, nothing built for tests.
 stray=$(find "$prefix" \( -iname '*test*' -o -iname '*gtest*' -o -iname '*gmock*' \
                            -o -iname '*bench*' -o -name '*.a' -o -name '*.o' \) -print)
@@ -118,18 +125,28 @@ for request in "$major.0:TRUE" "$version:TRUE" "$major.$((minor + 1)):FALSE" \
     [[ "$answer" == "$wanted" ]] || fail "find_package(qel ${request%%:*}) should give compatible $wanted"
 done
 
-# ---- The C interface headers ---------------------------------------------------------------
+# ---- The public headers --------------------------------------------------------------------
+# Every header compiles on its own with -pedantic-errors: the C ones as C99 and C11, all of them
+# as C++11 and C++17; <qel/qel.h> includes every other header.
 section "Compiling the public headers"
-for header in log.h error.h; do
-    printf '#include <qel/%s>\nint main(void) { return 0; }\n' "$header" > "$work/c_$header.c"
-    "$CC" -std=c11 -Wall -Wextra -pedantic -Werror -I"$prefix/include" -c "$work/c_$header.c" \
-        -o "$work/c_$header.o" || fail "qel/$header does not compile as C11"
-done
+c_headers=(qel.h log.h error.h version.h export.h)
 for header in "$prefix"/include/qel/*.h; do
     name=$(basename "$header")
+    if [[ $name != qel.h ]] && ! grep -q "#include <qel/$name>" "$prefix/include/qel/qel.h"; then
+        fail "qel/qel.h does not include qel/$name"
+    fi
     printf '#include <qel/%s>\nint main() { return 0; }\n' "$name" > "$work/cxx_$name.cpp"
-    "$CXX" -std=c++17 -Wall -Wextra -pedantic -Werror -I"$prefix/include" -c "$work/cxx_$name.cpp" \
-        -o "$work/cxx_$name.o" || fail "qel/$name does not compile as C++17"
+    for std in c++11 c++17; do
+        "$CXX" -std=$std -Wall -Wextra -pedantic-errors -Werror -I"$prefix/include" \
+            -c "$work/cxx_$name.cpp" -o "$work/cxx_$name.o" || fail "qel/$name does not compile as $std"
+    done
+done
+for name in "${c_headers[@]}"; do
+    printf '#include <qel/%s>\nint main(void) { return 0; }\n' "$name" > "$work/c_$name.c"
+    for std in c99 c11; do
+        "$CC" -std=$std -Wall -Wextra -pedantic-errors -Werror -I"$prefix/include" \
+            -c "$work/c_$name.c" -o "$work/c_$name.o" || fail "qel/$name does not compile as $std"
+    done
 done
 
 # ---- The examples --------------------------------------------------------------------------
@@ -206,6 +223,10 @@ export PKG_CONFIG_PATH=$moved/${libdir#"$prefix"/}/pkgconfig
 moved_include=$(pkg-config --variable=includedir qel)
 [[ "$(cd "$moved_include" 2>/dev/null && pwd -P)" == "$(cd "$moved/include" && pwd -P)" ]] \
     || fail "qel.pc does not follow a moved prefix (includedir $moved_include)"
+# The installed tool finds the library through its relative run path, with no environment.
+if [[ -x "$moved/bin/qellog" ]]; then
+    env -i "$moved/bin/qellog" --version || fail "bin/qellog does not run from a moved prefix"
+fi
 
 # ---- Result --------------------------------------------------------------------------------
 if [[ ${#failures[@]} -gt 0 ]]; then

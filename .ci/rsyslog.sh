@@ -2,7 +2,9 @@
 # The rsyslog pipeline of packaging/rsyslog/ end to end, on the loopback interface only: two
 # rsyslogd (device and collector, each with its own pid file and work folder in a temporary
 # folder), qellog-ship between the log folder and the device, 20,000 records from 4 threads
-# into 64 KiB log files, a stop and restart of the reader in the middle. The collector must
+# into 64 KiB log files, a stop and restart of the reader in the middle, and a Ctrl-C followed
+# by a SIGTERM to the shipper's whole process group (as an impatient operator or `timeout`
+# sends them) and a restart later on. The collector must
 # hold every record exactly once, whole, with its fields. Stops what it started, by pid.
 # Usage: .ci/rsyslog.sh [BUILD_DIR]   (default build; qel and qellog are built there)
 set -euo pipefail
@@ -71,8 +73,8 @@ g++ -std=c++17 -O1 -I include .ci/rsyslog_writer.cpp -o "$work/writer" \
     -L "$build" -lqel -Wl,-rpath,"$root/$build" -pthread
 
 export QELLOG="$root/$build/tools/qellog/qellog"
-ship() {
-    packaging/rsyslog/qellog-ship "$work/logs" "$work/follow.state" "$device_port" \
+ship() {  # in a process group of its own, as a terminal would start it
+    setsid packaging/rsyslog/qellog-ship "$work/logs" "$work/follow.state" "$device_port" \
         2>>"$work/ship.err" &
     ship_pid=$!
     pids+=("$ship_pid")
@@ -89,9 +91,20 @@ done
 kill -TERM "$ship_pid"   # the reader stops in the middle of the stream ...
 wait "$ship_pid"
 restart_at=$(collected)
-ship                     # ... and goes on where it stopped
+ship                     # ... and goes on where it stopped;
+for _ in $(seq 400); do
+    [ "$(ls "$work/logs" | wc -l)" -ge 150 ] && break
+    sleep 0.01
+done
+kill -INT -- "-$ship_pid"  # then Ctrl-C and a SIGTERM to the shipper's process group ...
+sleep 0.02
+kill -TERM -- "-$ship_pid" 2>/dev/null || true
+wait "$ship_pid"
+interrupted_at=$(collected)
+ship                     # ... and on again
 wait "$writer_pid"
-echo "log files written: $(ls "$work/logs" | wc -l); restarted the reader at $restart_at records"
+echo "log files written: $(ls "$work/logs" | wc -l); restarted the reader at $restart_at" \
+    "and after Ctrl-C at $interrupted_at records"
 
 for _ in $(seq 240); do
     [ "$(collected)" -ge 20000 ] && break

@@ -2,6 +2,8 @@
 // of this kind makes per record, on the same 100-byte line.
 
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -62,12 +64,34 @@ void headerSnprintf(benchmark::State& state) {
         [] {});
 }
 
+// What the console writer adds per record where standard output is a pipe or a socket, so that
+// a reader that went away cannot end the process by SIGPIPE: the test of the output's type, the
+// blocking of SIGPIPE in this thread, the look for a pending one before and after the write,
+// and the mask put back.
+void sigpipeGuard(benchmark::State& state) {
+    runCase(
+        state, [](const std::string&) {},
+        [] {
+            struct stat status;
+            benchmark::DoNotOptimize(fstat(STDOUT_FILENO, &status));
+            sigset_t sigpipe, saved, pending;
+            sigemptyset(&sigpipe);
+            sigaddset(&sigpipe, SIGPIPE);
+            pthread_sigmask(SIG_BLOCK, &sigpipe, &saved);
+            benchmark::DoNotOptimize(sigpending(&pending));
+            benchmark::DoNotOptimize(sigpending(&pending));
+            pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+        },
+        [] {});
+}
+
 }  // namespace
 
 void registerFloorCases() {
     registerCase("floor/write", writeCall);
     registerCase("floor/access_fwrite", accessAndFwrite);
     registerCase("floor/snprintf", headerSnprintf);
+    registerCase("floor/sigpipe_guard", sigpipeGuard);
 }
 
 }  // namespace bench

@@ -1,6 +1,10 @@
 // The library's write paths. The log manager is one per process, so each case sets up the
 // writers it measures and switches every writer off when it ends.
 
+#include <unistd.h>
+
+#include <thread>
+
 #include <qel/log.h>
 
 #include "bench_support.h"
@@ -63,11 +67,47 @@ void bothWriters(benchmark::State& state) {
             allWritersOff);
 }
 
+// The console writer with standard output a pipe that a thread drains: the path on which the
+// writer guards against SIGPIPE.
+int g_savedStdout = -1;
+std::thread g_drain;
+
+void consoleIntoPipe(benchmark::State& state) {
+    runCase(
+        state,
+        [](const std::string&) {
+            int ends[2];
+            if (pipe(ends) != 0) {
+                return;
+            }
+            fflush(stdout);
+            g_savedStdout = dup(STDOUT_FILENO);
+            dup2(ends[1], STDOUT_FILENO);
+            close(ends[1]);
+            g_drain = std::thread([reader = ends[0]] {
+                char buffer[65536];
+                while (read(reader, buffer, sizeof(buffer)) > 0) {
+                }
+                close(reader);
+            });
+            switchOn(true, nullptr);
+        },
+        writeInfo,
+        [] {
+            allWritersOff();
+            fflush(stdout);
+            dup2(g_savedStdout, STDOUT_FILENO);  // the last write end goes: the drain ends
+            close(g_savedStdout);
+            g_drain.join();
+        });
+}
+
 }  // namespace
 
 void registerQelCases() {
     registerCase("dropped/qel", droppedRecord);
     registerCase("console/qel", consoleOnly);
+    registerCase("console_pipe/qel", consoleIntoPipe);
     registerCase("file/qel", fileOnly);
     registerCase("both/qel", bothWriters);
     registerLatencyCase("latency/qel", fileLatency);

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The soak test at full size: 4 threads write 2,500,000 numbered records with a 1 MiB file
+# The soak test at full size: 8 threads write 2,500,000 numbered records with a 1 MiB file
 # limit (ctest runs it at a reduced size). Needs about 300 MB of free space under /tmp.
 #   scripts/soak.sh [build-dir]   (default build-hard; built here if missing)
 set -euo pipefail

@@ -13,8 +13,22 @@
  *     [module][V1.8.63 L hh:mm:ss:ms tid]text
  * followed by an empty line, where L is the level letter of LEVELSTRING.
  *
- * All functions may be called from any thread; configuration calls are meant to come
- * from one thread at a time. None of them throws. */
+ * Conventions of every function below:
+ * - Results: 0 for success, -1 for failure; a failure also stores a kit error code in the
+ *   process-wide slot read by *ErrnoLocal(), which the library never clears. The write
+ *   functions return 0 whether the record was written or dropped.
+ * - NULL: a NULL string gives an empty field in a record; qelLogSetFileFolder refuses a NULL
+ *   folder like a blank one. Strings longer than their field are cut, never refused.
+ * - Threads: any function may be called from any thread. Configuration calls are meant to come
+ *   from one thread at a time. Nothing throws.
+ * - Where the library must not be entered, a call changes nothing and returns at once:
+ *   once process exit has begun (the library has closed its writers, the log file with them),
+ *   and on a thread that is inside the library already (a signal handler that interrupted a
+ *   log call, a fork handler while the library holds its lock across the fork). There the
+ *   write functions drop the record and return 0, the configuration functions return -1
+ *   without storing an error code (a folder text that qelLogSetFileFolder refuses for itself
+ *   still stores its own), and qelLogGetGlobalLevel returns the threshold. No call crashes,
+ *   at any moment of exit, from any thread. */
 
 #include <qel/export.h>
 
@@ -67,14 +81,16 @@ typedef struct LogMessage {
     QelLogLevel level;  /* severity */
 } LogMessage;
 
-#ifdef __cplusplus
+/* The record is an interface other libraries of the kit compile against: its layout is
+ * fixed. The checks need C11 or C++11; a C99 compiler skips them (the library's own build
+ * always makes them). */
+#if defined(__cplusplus)
 #define QEL_STATIC_ASSERT(condition, message) static_assert(condition, message)
-#else
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define QEL_STATIC_ASSERT(condition, message) _Static_assert(condition, message)
 #endif
 
-/* The record is an interface other libraries of the kit compile against: its layout is
- * fixed. */
+#ifdef QEL_STATIC_ASSERT
 QEL_STATIC_ASSERT(sizeof(QelLogLevel) == 4, "QelLogLevel is 32 bits");
 QEL_STATIC_ASSERT(sizeof(QelModule) == 4, "QelModule is 32 bits");
 QEL_STATIC_ASSERT(offsetof(LogMessage, module) == 0, "LogMessage layout");
@@ -86,6 +102,8 @@ QEL_STATIC_ASSERT(offsetof(LogMessage, line) == 2560, "LogMessage layout");
 QEL_STATIC_ASSERT(offsetof(LogMessage, threadId) == 2564, "LogMessage layout");
 QEL_STATIC_ASSERT(offsetof(LogMessage, level) == 2568, "LogMessage layout");
 QEL_STATIC_ASSERT(sizeof(LogMessage) == 2572, "LogMessage size");
+#undef QEL_STATIC_ASSERT
+#endif
 
 #ifdef __cplusplus
 extern "C" {

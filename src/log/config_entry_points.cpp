@@ -13,17 +13,15 @@ namespace {
 constexpr size_t kMaxFolderLength = 128;
 // The absolute path of the folder, with its terminating zero, must fit this.
 constexpr unsigned int kFullPathSize = 256;
+// What a configuration call returns where the manager must not be entered (log.h).
+constexpr int kRefused = -1;
 
-// Moves the file writer to the working directory after a failed folder change, so that
-// logging goes on somewhere. Returns the failure to report: the fallback's own if it failed
-// too, else `failure`.
-int fallBackToWorkingDirectory(int failure) {
-    qel::QelLogFileStream& writer = qel::QelLog::getInstance().fileStream();
-    writer.closeLog();
-    qel::QelLog::createLogDirectory("./");
-    writer.setFileFolder("./");
-    const int result = writer.openLog();
-    return result != 0 ? result : failure;
+// Runs `change` on the manager, or returns kRefused without any change where the manager must
+// not be entered: once process exit has begun, or on a thread that is inside it already.
+template <class Change>
+int configure(Change change) {
+    qel::QelLog* log = qel::QelLog::reachable();
+    return log != nullptr ? change(*log) : kRefused;
 }
 
 // Switches a writer on (its openLog result) or off (0).
@@ -35,90 +33,81 @@ int switchWriter(qel::QelLogStreamBase& writer, bool enable) {
     return 0;
 }
 
+// The folder text as qelLogSetFileFolder takes it: spaces trimmed, backslashes read as "/".
+// Empty when the text is blank.
+std::string folderText(const char* folder) {
+    std::string text(folder);
+    const size_t first = text.find_first_not_of(' ');
+    if (first == std::string::npos) {
+        return std::string();
+    }
+    text = text.substr(first, text.find_last_not_of(' ') - first + 1);
+    for (char& c : text) {
+        if (c == '\\') {
+            c = '/';
+        }
+    }
+    return text;
+}
+
 }  // namespace
 
 extern "C" {
 
 QEL_EXPORT int qelLogSetModuleLevel(QelModule module, QelLogLevel level) {
-    if (qel::QelLog::isShutDown()) {
-        return 0;
-    }
-    return qel::QelLog::getInstance().setModuleLevel(module, level);
+    return configure([=](qel::QelLog& log) { return log.setModuleLevel(module, level); });
 }
 
 QEL_EXPORT int qelLogSetGlobalLevel(QelLogLevel level) {
-    if (qel::QelLog::isShutDown()) {
-        return -1;
-    }
-    qel::QelLog::getInstance().setGlobalLevel(level);
-    return 0;
+    return configure([=](qel::QelLog& log) {
+        log.setGlobalLevel(level);
+        return 0;
+    });
 }
 
+// The manager is never freed, so its threshold can be read on any thread at any moment,
+// process exit included.
 QEL_EXPORT QelLogLevel qelLogGetGlobalLevel(void) {
-    if (qel::QelLog::isShutDown()) {
-        return qel::QelLog::levelAtShutDown();
-    }
     return qel::QelLog::getInstance().globalLevel();
 }
 
 QEL_EXPORT int qelLogSetMaxSize(unsigned int maxSize) {
-    if (qel::QelLog::isShutDown()) {
-        return -1;
-    }
-    qel::QelLog::getInstance().fileStream().setMaxFileSize(maxSize);
-    return 0;
+    return configure([=](qel::QelLog& log) {
+        log.fileStream().setMaxFileSize(maxSize);
+        return 0;
+    });
 }
 
 QEL_EXPORT int qelLogConfigFileWriter(bool enable) {
-    if (qel::QelLog::isShutDown()) {
-        return -1;
-    }
-    return switchWriter(qel::QelLog::getInstance().fileStream(), enable);
+    return configure([=](qel::QelLog& log) { return switchWriter(log.fileStream(), enable); });
 }
 
 QEL_EXPORT int qelLogConfigConsoleWriter(bool enable) {
-    if (qel::QelLog::isShutDown()) {
-        return -1;
-    }
-    return switchWriter(qel::QelLog::getInstance().consoleStream(), enable);
+    return configure([=](qel::QelLog& log) { return switchWriter(log.consoleStream(), enable); });
 }
 
 QEL_EXPORT int qelLogSetFileFolder(const char* folder) {
     if (folder == nullptr) {
         return qel::failWith(qel::kErrorInvalidParameter);  // refused like a blank folder
     }
-    std::string text(folder);
-    const size_t first = text.find_first_not_of(' ');
-    if (first == std::string::npos) {
+    const std::string text = folderText(folder);
+    if (text.empty()) {
         return qel::failWith(qel::kErrorInvalidParameter);
     }
-    text = text.substr(first, text.find_last_not_of(' ') - first + 1);
     if (text.size() > kMaxFolderLength) {
         return qel::failWith(qel::kErrorFileOpen);
     }
-    if (qel::QelLog::isShutDown()) {
-        return -1;
-    }
-    for (char& c : text) {
-        if (c == '\\') {
-            c = '/';
+    return configure([&text](qel::QelLog& log) {
+        char fullPath[kFullPathSize] = {0};
+        if (qel::QelLog::createLogDirectory(text) != 0 ||
+            qel::getFullPathName(text.c_str(), fullPath, kFullPathSize) != 0) {
+            // Logging goes on in the working directory; the caller learns that its folder
+            // was not taken.
+            log.fileStream().moveToFolder(qel::QelLogFileStream::kWorkingFolder);
+            return qel::failWith(qel::kErrorFileOpen);
         }
-    }
-    int result = qel::QelLog::createLogDirectory(text);
-    if (result != 0) {
-        return fallBackToWorkingDirectory(result);
-    }
-    char fullPath[kFullPathSize] = {0};
-    result = qel::getFullPathName(text.c_str(), fullPath, kFullPathSize);
-    if (result != 0) {
-        qel::failWith(qel::kErrorFileOpen);
-        return fallBackToWorkingDirectory(result);
-    }
-    qel::QelLogFileStream& writer = qel::QelLog::getInstance().fileStream();
-    writer.closeLog();
-    writer.setFileFolder(fullPath);
-    result = writer.openLog();
-    return result == 0 ? 0 : fallBackToWorkingDirectory(result);
+        return log.fileStream().moveToFolder(fullPath);
+    });
 }
 
 }  // extern "C"

@@ -2,33 +2,49 @@
 
 #include <pthread.h>
 
+#include <cstdlib>
+
 namespace qel {
 
 namespace {
 
-// Outlives every static object: set when the manager is destroyed at exit, so that calls
-// from later exit-time code find it gone instead of using freed writers.
-std::atomic<bool> g_shutDown{false};
-std::atomic<int> g_levelAtShutDown{QEL_LOG_INFO};
+std::atomic<bool> g_exiting{false};
+
+// The manager whose lock the forking thread holds across the fork, else null. A thread that
+// forks from inside the manager (a fork handler or a signal handler of its own) already holds
+// the lock, and the handlers then leave it alone. Kept here rather than looked up again after
+// the fork, since exit may begin meanwhile on another thread and still needs the lock.
+thread_local QelLog* t_lockedForFork __attribute__((tls_model("initial-exec"))) = nullptr;
 
 // A child made by fork gets a copy of the memory but only the thread that forked. A lock
 // that another thread held at that moment would stay locked in the child for good, so the
 // signal lock is taken before the fork and released on both sides afterwards.
 void prepareFork() {
-    if (QelLog* log = QelLog::live()) {
+    QelLog* log = QelLog::live();
+    if (log != nullptr && !SignalLockMark::held()) {
         log->lockForFork();
+        t_lockedForFork = log;
+    }
+}
+
+void afterFork(bool inChild) {
+    if (QelLog* log = t_lockedForFork) {
+        t_lockedForFork = nullptr;
+        log->unlockAfterFork(inChild);
     }
 }
 
 void afterForkInParent() {
-    if (QelLog* log = QelLog::live()) {
-        log->unlockAfterFork(false);
-    }
+    afterFork(false);
 }
 
 void afterForkInChild() {
+    afterFork(true);
+}
+
+void closeAtProcessExit() {
     if (QelLog* log = QelLog::live()) {
-        log->unlockAfterFork(true);
+        log->closeAtExit();
     }
 }
 
@@ -37,35 +53,40 @@ void afterForkInChild() {
 std::atomic<QelLog*> QelLog::s_live{nullptr};
 
 QelLog& QelLog::getInstance() {
-    static QelLog qelLog;
-    return qelLog;
+    static QelLog* const instance = new QelLog();
+    return *instance;
 }
 
-bool QelLog::isShutDown() {
-    return g_shutDown.load(std::memory_order_acquire);
+QelLog* QelLog::firstUse() {
+    return g_exiting.load(std::memory_order_acquire) ? nullptr : &getInstance();
 }
 
-QelLogLevel QelLog::levelAtShutDown() {
-    return static_cast<QelLogLevel>(g_levelAtShutDown.load(std::memory_order_relaxed));
+bool QelLog::exiting() {
+    return g_exiting.load(std::memory_order_acquire);
 }
 
 QelLog::QelLog() : m_globalLevel(QEL_LOG_INFO) {
     sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&m_logSignal);
     m_logSignal.connect_while_locked(&m_consoleStream, &QelLogConsoleStream::writeFormatLog);
     m_consoleStream.m_isOpen = true;  // the console writer is on from the start
-    // Registered once per process; the handlers find the manager through live().
-    static const bool forkHandlersInstalled =
-        pthread_atfork(&prepareFork, &afterForkInParent, &afterForkInChild) == 0;
-    (void)forkHandlersInstalled;
+    // Registered once per process; the handlers find the manager through live(). The exit
+    // handler runs when the process exits or the library is unloaded, where a destructor of
+    // the manager would have run.
+    static const int handlersInstalled =
+        pthread_atfork(&prepareFork, &afterForkInParent, &afterForkInChild) +
+        atexit(&closeAtProcessExit);
+    (void)handlersInstalled;
     s_live.store(this, std::memory_order_release);
 }
 
-// Every holder of a writer's lock holds the signal lock as well (a dispatch, a writer's
-// open and close, the size limit and the folder), so with the signal lock taken before the
-// fork no other thread is inside a writer. The writers' own locks are recursive and remember
-// their owner's kernel thread id, which the child's thread no longer has: they are left
-// free across the fork rather than held, since the child could not release them.
+QelLog::~QelLog() = default;
+
+// The fork handlers take only the signal lock: by the lock order (writer_lock.h) no other
+// thread is then inside a writer. The writers' own locks are recursive and remember their
+// owner's kernel thread id, which the child's thread no longer has: they are left free across
+// the fork rather than held, since the child could not release them.
 void QelLog::lockForFork() {
+    SignalLockMark::set(true);
     m_logSignal.lock();
     m_fileStream.prepareFork();
 }
@@ -75,14 +96,17 @@ void QelLog::unlockAfterFork(bool inChild) {
         m_fileStream.continueInChild();
     }
     m_logSignal.unlock();
+    SignalLockMark::set(false);
 }
 
-QelLog::~QelLog() {
+void QelLog::closeAtExit() {
     // The flag goes up before the manager stops being live, so a late caller that finds it
-    // gone also finds the flag and never reaches getInstance() again.
-    g_levelAtShutDown.store(m_globalLevel.load(std::memory_order_relaxed));
-    g_shutDown.store(true, std::memory_order_release);
+    // gone also finds the flag and never creates it again.
+    g_exiting.store(true, std::memory_order_release);
     s_live.store(nullptr, std::memory_order_release);
+    if (SignalLockMark::held()) {
+        return;  // exit called from inside the manager: its lock cannot be taken again
+    }
     m_consoleStream.closeLog();
     m_fileStream.closeLog();
 }
@@ -91,6 +115,7 @@ int QelLog::writeFormatLog(const LogMessage& msg) {
     if (static_cast<int>(msg.level) < m_globalLevel.load(std::memory_order_relaxed)) {
         return 0;
     }
+    SignalLockMark mark;
     m_logSignal.emit(msg);
     return 0;
 }

@@ -10,26 +10,33 @@
 #include "log/qel_log_console_stream.h"
 #include "log/qel_log_file_stream.h"
 #include "log/qel_log_stream_base.h"
+#include "log/writer_lock.h"
 
 namespace qel {
 
 // The process-wide log manager: holds the threshold and the two writers, and dispatches
 // every record that passes the threshold to the writers that are switched on, in the order
 // in which they were switched on. Exactly one instance exists, created by the first call of
-// getInstance() and destroyed at process exit.
+// getInstance(). It is never freed: at process exit its writers are closed (the log file
+// with them) and the entry points stop entering it, but a call that reached it a moment
+// before, on any thread, still finds every member whole.
 class QEL_EXPORT QelLog {
 public:
     // The one manager, created on the first call (concurrent first callers wait for it).
-    // Do not call after isShutDown() turned true.
     static QelLog& getInstance();
-    // True once the manager has been destroyed at process exit; entry points reached after
-    // that return without touching it.
-    QEL_NO_EXPORT static bool isShutDown();
-    // The threshold as it was when the manager was destroyed, for calls made after that.
-    QEL_NO_EXPORT static QelLogLevel levelAtShutDown();
-    // The manager from the end of its construction to the start of its destruction, else
-    // null. One load, for the paths that run on every record (a dropped record costs this
-    // and a comparison) and for the fork handlers.
+    // The guard of every entry point: the manager, created on first use, or null where it
+    // must not be entered: once process exit has begun, and on a thread that is inside the
+    // manager already (see SignalLockMark). A dropped record costs this and a comparison.
+    static QelLog* reachable() {
+        QelLog* log = s_live.load(std::memory_order_acquire);
+        if (log == nullptr) {
+            log = firstUse();
+        }
+        return log != nullptr && !SignalLockMark::held() ? log : nullptr;
+    }
+    // True once process exit has begun: the writers are closed and stay closed.
+    QEL_NO_EXPORT static bool exiting();
+    // The manager from the end of its construction until process exit begins, else null.
     static QelLog* live() { return s_live.load(std::memory_order_acquire); }
 
     // Drops `msg` when its level is below the threshold, else hands it to every connected
@@ -57,6 +64,8 @@ public:
     // inside a writer at that moment, and release it in the parent and in the child.
     QEL_NO_EXPORT void lockForFork();
     QEL_NO_EXPORT void unlockAfterFork(bool inChild);
+    // At process exit: closes the console writer, then the file writer, for good.
+    QEL_NO_EXPORT void closeAtExit();
 
     LogSignal& logSignal() { return m_logSignal; }
     QelLogFileStream& fileStream() { return m_fileStream; }
@@ -67,7 +76,9 @@ public:
 
 private:
     QelLog();
-    ~QelLog();
+    ~QelLog();  // never runs: see the class comment
+    // The slow part of reachable(): creates the manager unless process exit has begun.
+    QEL_NO_EXPORT static QelLog* firstUse();
 
     // Declared first so that it outlives the writers connected to it.
     LogSignal m_logSignal;

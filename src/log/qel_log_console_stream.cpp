@@ -1,5 +1,9 @@
 #include "log/qel_log_console_stream.h"
 
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
+
 #include <cstdio>
 
 #include "log/qel_log.h"
@@ -7,6 +11,58 @@
 #include "platform/scoped_critical_section.h"
 
 namespace qel {
+
+namespace {
+
+// True when standard output leads into a pipe or a socket: a write there raises SIGPIPE
+// once the reader has gone (`./app | head -1`), and SIGPIPE ends a process by default.
+bool outputCanRaiseSigpipe() {
+    struct stat status;
+    return fstat(fileno(stdout), &status) == 0 &&
+           (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
+// For its lifetime, keeps a SIGPIPE raised by this thread's writes from reaching the process:
+// blocked in this thread, and taken back if a write raised it. The thread's mask is restored,
+// and a SIGPIPE that was pending before is left pending, so the host program's own signal
+// handling sees no difference.
+class SigpipeShield {
+public:
+    SigpipeShield() {
+        sigemptyset(&m_sigpipe);
+        sigaddset(&m_sigpipe, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &m_sigpipe, &m_savedMask);
+        m_wasPending = isPending();
+    }
+    ~SigpipeShield() {
+        if (!m_wasPending && isPending()) {
+            const timespec noWait = {0, 0};
+            sigtimedwait(&m_sigpipe, nullptr, &noWait);
+        }
+        pthread_sigmask(SIG_SETMASK, &m_savedMask, nullptr);
+    }
+    SigpipeShield(const SigpipeShield&) = delete;
+    SigpipeShield& operator=(const SigpipeShield&) = delete;
+
+private:
+    static bool isPending() {
+        sigset_t pending;
+        return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+    }
+
+    sigset_t m_sigpipe;
+    sigset_t m_savedMask;
+    bool m_wasPending;
+};
+
+// Prints `line` and flushes all output streams. The line holds no zero byte, so writing its
+// length prints what "%s" would, without measuring it again.
+void printAndFlush(const std::string& line) {
+    fwrite(line.data(), 1, line.size(), stdout);
+    fflush(nullptr);
+}
+
+}  // namespace
 
 QelLogConsoleStream::QelLogConsoleStream() {
     m_line.reserve(kLineCapacity);
@@ -17,10 +73,14 @@ QelLogConsoleStream::~QelLogConsoleStream() = default;
 void QelLogConsoleStream::writeFormatLog(const LogMessage& msg) {
     ScopedCriticalSection lock(*m_critSect);
     formatLog(msg, m_line);
-    // The line holds no zero byte, so writing its length prints what "%s" would, without
-    // measuring it again.
-    fwrite(m_line.data(), 1, m_line.size(), stdout);
-    fflush(nullptr);
+    // A reader that went away makes console output fail quietly for this record; it never
+    // ends the host program, and the other writers go on.
+    if (outputCanRaiseSigpipe()) {
+        SigpipeShield shield;
+        printAndFlush(m_line);
+    } else {
+        printAndFlush(m_line);
+    }
 }
 
 int QelLogConsoleStream::openLog() {

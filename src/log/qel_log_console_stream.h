@@ -9,7 +9,8 @@ namespace qel {
 
 // Prints log lines on standard output and flushes every output stream of the process after
 // each record, so that a line is visible at once. On from the start: the manager connects
-// it when it is created. Reports nothing; a line that cannot be printed is lost quietly.
+// it when it is created. Reports nothing; a line that cannot be printed is lost quietly,
+// and a reader of standard output that went away never ends the process by SIGPIPE.
 class QEL_EXPORT QelLogConsoleStream : public QelLogStreamBase {
 public:
     QelLogConsoleStream();

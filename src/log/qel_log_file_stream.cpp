@@ -1,6 +1,7 @@
 #include "log/qel_log_file_stream.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -17,7 +18,9 @@ namespace qel {
 namespace {
 
 constexpr uint32_t kDefaultMaxFileSize = 10485760;
-const char kDefaultFolder[] = "./";
+// The writer's buffer: the longest line (a header of at most 1023 characters, a text of
+// 2047 and two line feeds) fits it several times over.
+constexpr size_t kBufferCapacity = 8192;
 
 // How long a new file's name may be sought. Names have a resolution of one millisecond, so
 // a name already taken is free again after the next millisecond; only a clock set back
@@ -48,12 +51,14 @@ bool nameTaken(const char* path) {
 
 QelLogFileStream::QelLogFileStream()
     : m_file(nullptr),
-      m_fileFolder(kDefaultFolder),
+      m_fileFolder(kWorkingFolder),
       m_maxFileSize(kDefaultMaxFileSize),
       m_newFileNeeded(false),
+      m_countedBytes(0),
       m_retryPauseUs(0),
       m_nextRetryUs(0) {
     m_line.reserve(kLineCapacity);
+    m_buffer.reserve(kBufferCapacity);
 }
 
 QelLogFileStream::~QelLogFileStream() {
@@ -93,26 +98,28 @@ int QelLogFileStream::openFile() {
     delete m_file;
     m_file = new FileImpl();
     m_newFileNeeded = false;
-    QelLog::createLogDirectory(m_fileFolder);  // a failure shows when the file is opened
+    m_countedBytes = 0;
+    QelLog::createLogDirectory(m_fileFolder);  // a failure shows when the file is created
     // The look for a free name and the creation are two steps: another process logging into
     // the same folder, or someone planting a file, may take the name in between. The
     // exclusive creation notices, and the writer goes on to the next free name.
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
         m_fileName = freeFileName();
         if (m_fileName.empty()) {
-            return -1;
+            return EEXIST;
         }
         if (m_file->createNewFile(m_fileName.c_str()) == 0) {
             m_file->setMaxFileSize(m_maxFileSize);
             m_currentFile.watch(m_file->descriptor(), m_fileName);
             return 0;
         }
-        if (errno != EEXIST) {
-            return -1;
+        const int error = errno;
+        if (error != EEXIST) {
+            return error;
         }
         sleepMs(1);
     }
-    return -1;
+    return EEXIST;
 }
 
 void QelLogFileStream::closeFile() {
@@ -123,7 +130,7 @@ void QelLogFileStream::closeFile() {
         m_file->closeFile();
     }
     m_currentFile.stop();
-    m_fileFolder = kDefaultFolder;
+    m_fileFolder = kWorkingFolder;
     delete m_file;
     m_file = nullptr;
 }
@@ -132,12 +139,14 @@ bool QelLogFileStream::reopen() {
     const std::string folder = m_fileFolder;
     closeFile();
     m_fileFolder = folder;
+    // A folder removed between the creation of its levels and of the file is made again.
     for (int attempt = 0; attempt < kReopenAttempts; ++attempt) {
-        if (QelLog::createLogDirectory(m_fileFolder) == 0 && openFile() == 0) {
+        const int error = openFile();
+        if (error == 0) {
             m_retryPauseUs = 0;
             return true;
         }
-        if (errno != ENOENT) {
+        if (error != ENOENT) {
             break;
         }
     }
@@ -150,70 +159,83 @@ bool QelLogFileStream::reopen() {
 
 void QelLogFileStream::writeFormatLog(const LogMessage& msg) {
     ScopedCriticalSection lock(*m_critSect);
-    if (m_file == nullptr || !m_file->open()) {
-        // A reopen failed (the folder removed while it was made, descriptors used up): the
-        // writer stays on and tries again once the pause has passed.
-        if (timeMicros() < m_nextRetryUs || !reopen()) {
-            return;
-        }
-    }
-    if (m_newFileNeeded || m_currentFile.replaced()) {
-        if (!reopen()) {
-            return;
-        }
-    }
     formatLog(msg, m_line);
-    const char* rest = m_line.data();
-    int length = static_cast<int>(m_line.size());
-    int written = m_file->write(rest, length);
-    // A line that does not fit fills the current file to its limit and goes on in new
-    // files. A fresh file that takes nothing ends the record: the rest is dropped instead of
-    // opening new files without end. A write that failed is no sign of a full file: the
-    // rest of the record is dropped and handleWriteError() decides about the next file.
-    while (written >= 0 && written < length) {
-        if (m_file->takeWriteError()) {
-            handleWriteError();
-            return;
-        }
-        rest += written;
-        length -= written;
-        if (!reopen()) {
-            return;
-        }
-        written = m_file->write(rest, length);
-        if (written == 0) {
-            return;
-        }
+    if (m_buffer.size() + m_line.size() > kBufferCapacity) {
+        writeOut();  // the buffer never holds part of a record
     }
+    m_buffer += m_line;
     // Warnings and errors are the records people need after a crash: they reach the system
-    // before the call returns. Lower levels wait in the stream's buffer, unless the console
-    // writer is on: it flushes all streams after each record, but it runs before this
-    // writer when it was switched on first, and the record just written would wait for the
-    // next one. The dispatch holds the signal lock, which guards the console's open flag.
+    // before the call returns, and every record before them with them. While the console
+    // writer is on, every record does (it flushes all streams after each record, which makes
+    // the log file's lines visible at once as well). The dispatch holds the signal lock, which
+    // guards the console's open flag.
     if (static_cast<int>(msg.level) >= QEL_LOG_WARNING || consoleWriterOn()) {
-        m_file->flush();
-    }
-    if (m_file->takeWriteError()) {
-        handleWriteError();
+        writeOut();
+    } else if (m_maxFileSize != 0 && m_countedBytes + m_buffer.size() > m_maxFileSize) {
+        writeOut(true);  // files change at the record that fills them
     }
 }
 
-// Buffered streams report a failed write only when their buffer is pushed out, some
-// records later. A file that holds bytes is left for a new one: a file size limit of the
-// process, for one, lets a new file take as many bytes again. A file that took none (a full
-// disk, a size limit of 0) is kept: new files would take nothing either, and logging goes on
-// in this one once the cause is gone, without a file per failed record.
-void QelLogFileStream::handleWriteError() {
-    if (m_file != nullptr && m_file->sizeOnDisk() > 0) {
-        m_newFileNeeded = true;
+bool QelLogFileStream::fileReady() {
+    if (m_file == nullptr || !m_file->open()) {
+        // A reopen failed (the folder removed while it was made, descriptors used up): the
+        // writer stays on and tries again once the pause has passed.
+        return timeMicros() >= m_nextRetryUs && reopen();
     }
+    if (m_newFileNeeded || m_currentFile.replaced()) {
+        return reopen();
+    }
+    return true;
+}
+
+void QelLogFileStream::writeOut(bool fullFilesOnly) {
+    size_t done = 0;
+    if (!m_buffer.empty() && fileReady()) {
+        done = writeAcrossFiles(fullFilesOnly);
+    }
+    m_buffer.erase(0, done);
+}
+
+// A write that does not fit fills the current file to its limit and goes on in new files. A
+// write that failed (a full disk, a file size limit of the process) drops the rest: when
+// part of it reached the file, the record it cut is left as the last thing in that file and
+// the next write starts a new one; a file that took nothing still ends at a record end and
+// is kept, so that a full disk does not cost a new file per record.
+size_t QelLogFileStream::writeAcrossFiles(bool fullFilesOnly) {
+    size_t done = 0;
+    for (bool freshFile = false; done < m_buffer.size(); freshFile = true) {
+        size_t length = m_buffer.size() - done;
+        if (fullFilesOnly) {
+            const uint64_t room =
+                m_countedBytes < m_maxFileSize ? m_maxFileSize - m_countedBytes : 0;
+            if (length <= room) {
+                return done;  // the rest waits for the file it will fill
+            }
+            length = static_cast<size_t>(room);
+        }
+        const int written = m_file->write(m_buffer.data() + done, static_cast<int>(length));
+        if (m_maxFileSize != 0 && written > 0) {
+            m_countedBytes += static_cast<uint64_t>(written);  // as the file object counts
+        }
+        if (m_file->takeWriteError()) {
+            m_newFileNeeded = written > 0;
+            return m_buffer.size();
+        }
+        // A fresh file that takes nothing ends the write: no new files without end.
+        if (written < 0 || (freshFile && written == 0)) {
+            return m_buffer.size();
+        }
+        done += static_cast<size_t>(written);
+        if (done < m_buffer.size() && !reopen()) {
+            return m_buffer.size();
+        }
+    }
+    return done;
 }
 
 void QelLogFileStream::prepareFork() {
     ScopedCriticalSection lock(*m_critSect);
-    if (m_file != nullptr && m_file->open()) {
-        m_file->flush();
-    }
+    writeOut();
 }
 
 void QelLogFileStream::continueInChild() {
@@ -230,6 +252,9 @@ int QelLogFileStream::openLog() {
     if (m_isOpen) {
         return 0;
     }
+    if (QelLog::exiting()) {
+        return -1;  // refused as after exit (log.h): the writers stay closed
+    }
     m_retryPauseUs = 0;
     m_nextRetryUs = 0;
     if (openFile() != 0) {
@@ -245,9 +270,47 @@ void QelLogFileStream::closeLog() {
     if (!m_isOpen) {
         return;
     }
+    writeOut();
     closeFile();
     lock.signal().disconnect_while_locked(this);
     m_isOpen = false;
+}
+
+int QelLogFileStream::startIn(const char* folder) {
+    closeFile();
+    m_fileFolder = folder;
+    m_retryPauseUs = 0;
+    m_nextRetryUs = 0;
+    return openFile();
+}
+
+// The records logged so far go into the old file, all later ones into the new one: other
+// threads wait for the signal lock meanwhile. Like switching the writer off and on again,
+// the move puts the writer last in the dispatch order.
+int QelLogFileStream::moveToFolder(const char* folder) {
+    WriterLock lock(*this);
+    if (QelLog::exiting()) {
+        return -1;  // refused as after exit (log.h): the writers stay closed
+    }
+    writeOut();
+    int result = 0;
+    if (startIn(folder) != 0) {
+        result = failWith(kErrorFileOpen);
+        if (startIn(kWorkingFolder) != 0) {
+            closeFile();
+            if (m_isOpen) {
+                lock.signal().disconnect_while_locked(this);
+                m_isOpen = false;
+            }
+            return result;
+        }
+    }
+    if (m_isOpen) {
+        lock.signal().disconnect_while_locked(this);
+    }
+    lock.signal().connect_while_locked(this, &QelLogFileStream::writeFormatLog);
+    m_isOpen = true;
+    return result;
 }
 
 void QelLogFileStream::setFileFolder(const char* folder) {
@@ -260,6 +323,7 @@ void QelLogFileStream::setFileFolder(const char* folder) {
 
 void QelLogFileStream::setMaxFileSize(uint32_t maxSize) {
     WriterLock lock(*this);
+    writeOut();
     m_maxFileSize = maxSize;
     if (m_file != nullptr) {
         m_file->setMaxFileSize(maxSize);

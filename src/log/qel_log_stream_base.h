@@ -19,10 +19,8 @@ using LogSignal = sigslot::signal1<const LogMessage&, sigslot::multi_threaded_lo
 // writeFormatLog on the thread that logged it. The base owns the one line format of the
 // system, so that the console and the log files carry identical lines.
 //
-// Lock order: whoever needs both the manager's signal lock and a writer's critical
-// section takes the signal lock first (WriterLock). A dispatch holds the signal lock while
-// it calls the writers, and openLog/closeLog take it before entering the writer's critical
-// section.
+// Locks: the order is written in writer_lock.h. A dispatch holds the signal lock while it
+// calls the writers; openLog and closeLog take both through WriterLock.
 class QEL_EXPORT QelLogStreamBase : public sigslot::has_slots<sigslot::single_threaded> {
 public:
     // A writer starts closed and unconnected, with its own recursive critical section.

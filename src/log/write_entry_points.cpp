@@ -47,20 +47,14 @@ __attribute__((noinline)) int stampAndDispatch(qel::QelLog& log, const char* mod
 
 int writeRecord(const char* module, QelLogLevel level, const char* file, int line,
                 const char* function, const char* text) {
-    qel::QelLog* live = qel::QelLog::live();
-    if (live == nullptr) {
-        if (qel::QelLog::isShutDown()) {
-            return 0;  // the process is exiting and the writers are gone: the record is dropped
-        }
-        live = &qel::QelLog::getInstance();  // the first record of the process makes it
-    }
-    qel::QelLog& log = *live;
+    qel::QelLog* log = qel::QelLog::reachable();
     // A record below the threshold is dropped before it is stamped: it would be dropped by
-    // the dispatch anyway, and the stamp is what a record costs.
-    if (static_cast<int>(level) < static_cast<int>(log.globalLevel())) {
+    // the dispatch anyway, and the stamp is what a record costs. Where the manager must not be
+    // entered, the record is dropped as well (log.h).
+    if (log == nullptr || static_cast<int>(level) < static_cast<int>(log->globalLevel())) {
         return 0;
     }
-    return stampAndDispatch(log, module, level, file, line, function, text);
+    return stampAndDispatch(*log, module, level, file, line, function, text);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 
 namespace qel {
 
+thread_local bool SignalLockMark::t_held = false;
+
 WriterLock::WriterLock(QelLogStreamBase& writer)
     : m_signal(QelLog::getInstance().logSignal()),
       m_signalLock(&m_signal),

@@ -236,6 +236,9 @@ int FileImpl::createNewFile(const char* name) {
         errno = error;
         return -1;
     }
+    // Unbuffered: the caller buffers whole records itself, and each write reaches the
+    // system at once, so that what write() returns and counts is what the file took.
+    setvbuf(stream, nullptr, _IONBF, 0);
     // Held while the file is open, released by its close: a tool that removes old log files
     // skips a file that it cannot lock exclusively. A file system without such locks simply
     // gives no protection.
@@ -267,17 +270,6 @@ bool FileImpl::takeWriteError() {
     const bool failed = m_writeFailed;
     m_writeFailed = false;
     return failed;
-}
-
-int64_t FileImpl::sizeOnDisk() const {
-    if (!m_opened) {
-        return -1;
-    }
-    struct stat status;
-    if (fstat(fileno(m_stream), &status) != 0) {
-        return -1;
-    }
-    return static_cast<int64_t>(status.st_size);
 }
 
 int FileImpl::writeAt(int64_t offset, const void* buffer, int count) {

@@ -55,9 +55,6 @@ public:
     // True when a write or flush failed since the last call (a full disk, a file size limit
     // of the process, an I/O error); the flag is cleared.
     QEL_NO_EXPORT bool takeWriteError();
-    // The bytes that have reached the file on disk, buffered bytes not counted; -1 when not
-    // open or unknown.
-    QEL_NO_EXPORT int64_t sizeOnDisk() const;
 
 private:
     // Moves the stream to `offset` and writes `count` bytes there; returns the bytes written.

@@ -9,6 +9,7 @@
 #include "numbers.h"
 #include "options.h"
 #include "prune.h"
+#include "pump.h"
 #include "records.h"
 
 using namespace qellog;
@@ -52,23 +53,21 @@ TEST(QellogParsers, NumbersSizesAndCodes) {
 
 TEST(QellogParsers, LoggingCommandLine) {
     const struct { std::vector<std::string> args; const char* error; } refused[] = {
-        {{"qellog", "--bogus"}, "unknown option '--bogus' (see qellog --help)"},
         {{"qellog", "-q"}, "unknown option '-q' (see qellog --help)"},
-        {{"qellog", "--level"}, "option --level needs an argument"},
         {{"qellog", "-s"}, "option --max-size needs an argument"},
         {{"qellog", "-t", "II"}, "bad level 'II' for --threshold: expected V, I, W, E or verbose, info, "
                                    "warning, error"},
         {{"qellog", "-s", "4G"}, "bad size '4G' for --max-size: expected N, NK, NM or NG, at "
                                  "most 4294967295 bytes"},
         {{"qellog", "-x", "1", "t"}, "--explain takes no MESSAGE"},
-        {{"qellog", "-x", "zz"}, "bad error code 'zz' for --explain: expected hexadecimal "
-                                 "0x8030CCII or decimal"}};
+        {{"qellog", "-x", "z"}, "bad error code 'z' for --explain: expected hexadecimal "
+                                "0x8030CCII or decimal"}};
     for (const auto& c : refused) {
         Argv argv(c.args);
         Options options;
         std::string error;
-        EXPECT_FALSE(parseOptions(argv.argc(), argv.argv(), options, error)) << c.error;
-        EXPECT_EQ(c.error, error);
+        EXPECT_FALSE(parseOptions(argv.argc(), argv.argv(), options, error) || error != c.error)
+            << error;
     }
     Argv argv({"qellog", "-m", "cam", "-l", "Warning", "-t", "V", "-d", "logs", "-s", "2K",
                "--no-console", "a", "b"});
@@ -91,27 +90,27 @@ TEST(QellogParsers, PruneArgumentsAndChoice) {
     PruneRequest request;
     Argv argv({"prune", "logs", "-s", "1K", "-o", "0.5", "--dry-run"});
     ASSERT_EQ(0, parsePruneArguments(argv.argc(), argv.argv(), request));
-    EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep);
-    EXPECT_TRUE(request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");
+    EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep &&
+                request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");
 
     // Five files of 300 bytes, oldest first, written 24, 20, 16, 12 and 8 hours before `now`.
     const std::time_t now = 1000000;
     std::vector<PruneCandidate> files;
     for (int i = 0; i < 5; ++i) files.push_back({300, now - 86400 + i * 3600 * 4});
-    const auto chosen = [&](bool PruneRequest::*has, void (*set)(PruneRequest&)) {
+    const auto chosen = [&](std::uint64_t keep, std::uint64_t total, double days) {
         PruneRequest r;
-        r.*has = true;
-        set(r);
+        r.hasKeep = keep != 9, r.keep = keep, r.hasTotal = total != 9, r.maxTotal = total;
+        r.hasAge = days != 9, r.days = days;
         std::string marks;
         for (bool doomed : selectForDeletion(files, r, now)) marks += doomed ? 'x' : '.';
         return marks;
     };
-    EXPECT_EQ("xxx..", chosen(&PruneRequest::hasKeep, [](PruneRequest& r) { r.keep = 2; }));
-    EXPECT_EQ("xxxx.", chosen(&PruneRequest::hasKeep, [](PruneRequest& r) { r.keep = 0; }));
-    EXPECT_EQ("xx...", chosen(&PruneRequest::hasTotal, [](PruneRequest& r) { r.maxTotal = 900; }));
-    EXPECT_EQ("xx...", chosen(&PruneRequest::hasAge, [](PruneRequest& r) { r.days = 0.75; }));
+    EXPECT_EQ("xxx.." + std::string("xxxx.") + "xx..." + "xx...",
+              chosen(2, 9, 9) + chosen(0, 9, 9) + chosen(9, 900, 9) + chosen(9, 9, 0.75));
     files[0].modified = 0;  // gone meanwhile: no age known
-    EXPECT_EQ(".x...", chosen(&PruneRequest::hasAge, [](PruneRequest& r) { r.days = 0.75; }));
+    files[3].modified = now;  // the one written last stays, whatever its name
+    EXPECT_EQ(".x...", chosen(9, 9, 0.75));
+    EXPECT_EQ("xxx..", chosen(9, 0, 9));
 }
 
 // The longest module a header can have, and a newest file cut right after one line feed.
@@ -120,13 +119,12 @@ TEST(QellogReader, HeaderLimitsAndQuietEnds) {
     Header parsed;
     std::size_t length = 0;
     ASSERT_EQ(HeaderMatch::Yes, matchHeader(header.data(), header.size(), &parsed, &length));
-    EXPECT_EQ(std::string(127, 'm'), parsed.module);
-    EXPECT_EQ(header.size(), length);
+    EXPECT_TRUE(parsed.module == std::string(127, 'm') && length == header.size());
     const std::string tooLong = "[m" + header.substr(1);
     EXPECT_EQ(HeaderMatch::No, matchHeader(tooLong.data(), tooLong.size(), nullptr, nullptr));
 
     RecordReader reader;
-    reader.beginFile(logFileAt("logs/QelLog2026-01-01-00-00-00-0.log"), 0);
+    reader.beginFile(logFileAt("logs/QelLog2026-01-01-00-00-00-0.log"), 0, false);
     const std::string bytes = header + "text\n";
     reader.append(bytes.data(), bytes.size());
     Record record;
@@ -136,6 +134,21 @@ TEST(QellogReader, HeaderLimitsAndQuietEnds) {
     EXPECT_TRUE(record.headed && record.complete);
     EXPECT_EQ("text", record.bytes.substr(record.textBegin, record.textEnd - record.textBegin));
     EXPECT_EQ("2026-01-01", record.date);
+}
+
+// A long text is cut into records at a character boundary when it is UTF-8.
+TEST(QellogReader, RecordCutsKeepCharactersWhole) {
+    const auto repeat = [](const char* piece, int times) {
+        std::string text;
+        for (int i = 0; i < times; ++i) text += piece;
+        return text;
+    };
+    const struct { std::string text; std::size_t cut; } cases[] = {
+        {"a" + repeat("\xc3\xa9", 1500), 2047},      {repeat("\xc3\xa9", 1500), 2046},
+        {repeat("\xe2\x82\xac", 1000), 2046},       {repeat("\xf0\x9f\x98\x80", 600), 2044},
+        {"ab" + repeat("\xf0\x9f\x98\x80", 600), 2046}, {repeat("\x80", 3000), 2047},
+        {repeat("z", 2047), 2047},                   {"short", 5}};
+    for (const auto& c : cases) EXPECT_EQ(c.cut, recordCut(c.text.data(), c.text.size()));
 }
 
 }  // namespace

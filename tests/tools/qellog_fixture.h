@@ -5,7 +5,6 @@
 // process, and the record parser of the log tests for what it writes.
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -19,9 +18,11 @@
 
 namespace qeltest {
 
-inline std::vector<std::string> textsOf(const std::vector<Record>& records) {
+// The texts of records, as parsed from the console or from JSON.
+template <typename Parsed>
+std::vector<std::string> textsOf(const std::vector<Parsed>& records) {
     std::vector<std::string> texts;
-    for (const Record& record : records) texts.push_back(record.text);
+    for (const Parsed& record : records) texts.push_back(record.text);
     return texts;
 }
 

@@ -5,11 +5,13 @@
 
 #include <signal.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <chrono>
-#include <cstring>
+#include <set>
+#include <utility>
 #include <regex>
 #include <sstream>
 #include <thread>
@@ -21,16 +23,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Written {
-    std::string module;
-    QelLogLevel level;
-    std::string text;
-};
+struct Written { std::string module; QelLogLevel level; std::string text; };
 
 // One JSON record as the JSON parser saw it.
-struct Parsed {
-    std::string module, version, level, time, tid, file, date, text;
-};
+struct Parsed { std::string module, version, level, time, tid, file, date, text; };
 
 // A follow run whose output goes into dir/`name` (and dir/`name`.err) while the test goes on,
 // with its state in dir/state. Started with posix_spawn rather than fork: the library pushes its
@@ -39,11 +35,10 @@ struct Follower {
     pid_t pid = -1;
     std::string out;
 
-    Follower(const fs::path& dir, const char* name, const std::string& logs = "logs")
-        : out(dir / name) {
-        const std::string folder = dir / logs, state = dir / "state", err = out + ".err";
+    Follower(const fs::path& dir, const char* name) : out(dir / name) {
+        const std::string logs = dir / "logs", state = dir / "state", err = out + ".err";
         const char* argv[] = {QELLOG_PATH, "follow", "--json", "--state", state.c_str(),
-                              folder.c_str(), nullptr};
+                              logs.c_str(), nullptr};
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT, 0644);
@@ -55,10 +50,9 @@ struct Follower {
     ~Follower() { if (pid > 0) stop(SIGKILL); }
     // Sends `signal` and returns the exit code (128 + signal when the signal ended it).
     int stop(int signal) {
-        kill(pid, signal);
         int status = 0;
-        waitpid(pid, &status, 0);
-        pid = -1;
+        kill(pid, signal);
+        waitpid(std::exchange(pid, -1), &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
     // Waits up to `seconds` for the output to hold `count` lines; returns how many it holds.
@@ -75,16 +69,10 @@ class QellogReadTest : public QellogTest {
 protected:
     void SetUp() override { qelLogConfigConsoleWriter(false); }
     void TearDown() override { qelLogConfigFileWriter(false); }
-    // Logs `records` through the library. A `maxSize` sends them into the log folder, with that
-    // file size limit; without one they go on into the files of the last call.
-    void log(const std::vector<Written>& records, unsigned int maxSize = 0) {
-        if (maxSize > 0) {
-            ASSERT_EQ(0, qelLogSetMaxSize(maxSize));
-            ASSERT_EQ(0, qelLogSetFileFolder(m_logs.c_str()));
-        }
-        for (const Written& record : records) {
-            ASSERT_EQ(0, qelLogSimplify(record.module.c_str(), record.level, record.text.c_str()));
-        }
+    // Sends the library's records into the log folder, in files of `maxSize` bytes.
+    void openLogs(unsigned int maxSize) {
+        ASSERT_EQ(0, qelLogSetMaxSize(maxSize));
+        ASSERT_EQ(0, qelLogSetFileFolder(m_logs.c_str()));
     }
     // Parses JSON lines with Python's json module, which fails on anything that is not valid
     // JSON, and brings the fields back, each ended by a NUL byte.
@@ -98,13 +86,15 @@ protected:
             "    for key in keys: sys.stdout.buffer.write(str(o[key]).encode() + b'\\0')\n";
         const ChildResult result = run({"python3", "-c", kScript}, lines, "/usr/bin/env");
         EXPECT_EQ(0, result.exitCode) << result.err;
-        std::vector<std::string> f;
-        std::istringstream in(result.out);
-        for (std::string field; std::getline(in, field, '\0');) f.push_back(field);
+        static std::string Parsed::*const kFields[] = {
+            &Parsed::module, &Parsed::version, &Parsed::level, &Parsed::time,
+            &Parsed::tid,    &Parsed::file,    &Parsed::date,  &Parsed::text};
         std::vector<Parsed> parsed;
-        for (std::size_t i = 0; i + 8 <= f.size(); i += 8) {
-            parsed.push_back({f[i], f[i + 1], f[i + 2], f[i + 3], f[i + 4], f[i + 5], f[i + 6],
-                              f[i + 7]});
+        std::istringstream in(result.out);
+        std::size_t i = 0;
+        for (std::string field; std::getline(in, field, '\0'); ++i) {
+            if (i % 8 == 0) parsed.emplace_back();
+            parsed.back().*kFields[i % 8] = field;
         }
         return parsed;
     }
@@ -113,36 +103,50 @@ protected:
         ASSERT_EQ(written.size(), parsed.size());
         for (std::size_t i = 0; i < parsed.size(); ++i) {
             const Parsed& p = parsed[i];
-            EXPECT_EQ(written[i].module + " " + "VIWE"[written[i].level] + " " + written[i].text,
+            const char letter = written[i].level < 4 ? "VIWE"[written[i].level] : '?';
+            EXPECT_EQ(written[i].module + " " + letter + " " + written[i].text,
                       p.module + " " + p.level + " " + p.text) << i;
-            EXPECT_EQ(QELTEST_VERSION " " + std::to_string(syscall(SYS_gettid)),
-                      p.version + " " + p.tid);
+            const std::size_t dated = p.file.find("QelLog" + p.date);  // nobody logs at midnight
+            EXPECT_EQ(QELTEST_VERSION " " + std::to_string(syscall(SYS_gettid)) + " 0",
+                      p.version + " " + p.tid + " " + std::to_string(dated));
             EXPECT_TRUE(std::regex_match(p.time, std::regex(R"(\d\d:\d\d:\d\d:\d{1,3})")));
-            // Nobody logs across midnight here: the date is the one in the file's name.
-            EXPECT_EQ(0u, p.file.find("QelLog" + p.date + "-")) << p.file;
         }
+    }
+
+    // Runs qellog `args` (exit status 0): the JSON records it printed, its standard error in `err`.
+    std::vector<Parsed> json(const std::vector<std::string>& args, std::string& err) {
+        const ChildResult result = run(args);
+        EXPECT_EQ(0, result.exitCode) << result.err;
+        err = result.err;
+        return parseJsonLines(result.out);
     }
 
     const fs::path m_logs = m_dir / "logs";
 };
+
+// A record as the writer writes it, for folders made by hand.
+std::string line(const std::string& text, const std::string& module = "m") {
+    return "[" + module + "][V1.8.63 I 10:00:00:0 7]" + text + "\n\n";
+}
+
+bool holds(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 
 // Texts that a line-based reader gets wrong: line breaks, empty lines, things that look like
 // the start of a record, and texts longer than the file size limit.
 std::vector<Written> awkwardRecords() {
     std::vector<Written> records = {
         {"cam", QEL_LOG_WARNING, std::string(1700, 'a') + "\nend of a"},
-        {"cam", QEL_LOG_INFO, "two\nlines"},
-        {"cam", QEL_LOG_INFO, "empty line\n\ninside"},
-        {"cam", QEL_LOG_ERROR, "ends with a line feed\n"},
-        {"cam", QEL_LOG_INFO, ""},
+        {"cam", QEL_LOG_INFO, "two\nlines"}, {"cam", QEL_LOG_INFO, "empty line\n\ninside"},
+        {"cam", QEL_LOG_ERROR, "ends with a line feed\n"}, {"cam", QEL_LOG_INFO, ""},
         {"a]b", QEL_LOG_INFO, "[not][a header]\n\n[x][V1.8.63 Q 1:2:3:4 5]still text"},
         {"net", QEL_LOG_WARNING, "quote \" backslash \\ tab \t caf\xc3\xa9 \x01"},
-        {"net", QEL_LOG_INFO, std::string(2047, 'z')},
-    };
+        {"net", QEL_LOG_INFO, std::string(2047, 'z')}, {std::string(127, 'm'), QEL_LOG_ERROR, ""},
+        {"a\nb]c", static_cast<QelLogLevel>(7), "a level without a letter"}};
     for (int i = 0; i < 40; ++i) {
-        records.push_back({"seq", QEL_LOG_INFO,
-                           "record " + std::to_string(i) + " " + std::string(i * 53 % 1700, 'q') +
-                               (i % 3 == 0 ? "\n\n" : "") + "tail"});
+        const std::string text = "record " + std::to_string(i) + std::string(i * 53 % 1700, 'q');
+        records.push_back({"seq", QEL_LOG_INFO, text + (i % 3 == 0 ? "\n\n" : "") + "tail"});
     }
     records.push_back({"seq", QEL_LOG_INFO, "the last record"});
     return records;
@@ -150,136 +154,214 @@ std::vector<Written> awkwardRecords() {
 
 TEST_F(QellogReadTest, CatGivesBackEveryRecordWholeAcrossSplitFiles) {
     std::vector<Written> written = awkwardRecords();
-    log(written, 777);
+    openLogs(777);
+    for (const Written& w : written) qelLogSimplify(w.module.c_str(), w.level, w.text.c_str());
     ASSERT_EQ(0, qelLogConfigFileWriter(false));
     const std::vector<std::string> files = logFiles(m_logs);
     ASSERT_GT(files.size(), 20u);
 
     // Plain: the records byte for byte, which is the files read in the order they were made.
-    ChildResult result = run({"cat", "logs"});
-    ASSERT_EQ(0, result.exitCode) << result.err;
-    EXPECT_EQ("", result.err);
-    EXPECT_TRUE(concatenatedLogs(m_logs) == result.out) << "plain output differs from the files";
+    const ChildResult plain = run({"cat", "logs"});
+    EXPECT_TRUE(plain.exitCode == 0 && plain.err.empty() && plain.out == concatenatedLogs(m_logs));
 
-    result = run({"cat", "--json", "logs"});
-    ASSERT_EQ(0, result.exitCode) << result.err;
-    EXPECT_EQ("", result.err);
-    std::vector<Parsed> parsed = parseJsonLines(result.out);
+    std::string err;
+    std::vector<Parsed> parsed = json({"cat", "--json", "logs"}, err);
+    EXPECT_EQ("", err);
     expectRecords(written, parsed);
-    // A record is listed under the file in which it starts.
-    ASSERT_GT(parsed.size(), 1u);
-    EXPECT_EQ(fs::path(files[0]).filename(), parsed[0].file);
-    EXPECT_EQ(fs::path(files[2]).filename(), parsed[1].file);  // the first one filled two files
+    // A record is listed under the file in which it starts; the first one filled two files.
+    EXPECT_EQ(fs::path(files[0]).filename().string() + fs::path(files[2]).filename().string(),
+              parsed.at(0).file + parsed.at(1).file);
 
     // Bytes that are no record are printed with a warning: the oldest file went away, so the
-    // next one starts inside the first record; the newest ends inside a record, as after a
-    // crash; a foreign file is named by hand.
+    // next one starts inside the first record; a foreign file is named by hand.
     fs::remove(files[0]);
-    const std::string newest = readFile(files.back());
-    writeFile(files.back(), newest.substr(0, newest.size() - 5));
     writeFile(m_dir / "notes.txt", "no header\nhere");
-    result = run({"cat", "--json", "logs", "notes.txt"});
-    ASSERT_EQ(0, result.exitCode) << result.err;
+    parsed = json({"cat", "--json", "logs", "notes.txt"}, err);
     const std::string second = fs::path(files[1]).filename();
-    EXPECT_NE(std::string::npos, result.err.find(second + " at byte 0: ")) << result.err;
-    EXPECT_NE(std::string::npos, result.err.find("cut off")) << result.err;
-    EXPECT_NE(std::string::npos, result.err.find("notes.txt at byte 0: 14 bytes")) << result.err;
-    parsed = parseJsonLines(result.out);
+    EXPECT_TRUE(holds(err, second + " at byte 0: ") && holds(err, "notes.txt at byte 0: 14 bytes"));
     ASSERT_EQ(written.size() + 1, parsed.size());
-
     const Parsed& head = parsed.front();
-    EXPECT_EQ("", head.module + head.version + head.level + head.time);
-    EXPECT_EQ("None", head.tid);
-    EXPECT_EQ(second, head.file);
+    EXPECT_EQ("None " + second, head.module + head.version + head.level + head.time + head.tid +
+                                    " " + head.file);
     EXPECT_LT(head.text.size(), written[0].text.size());
     EXPECT_EQ(written[0].text.substr(written[0].text.size() - head.text.size()), head.text);
     const Parsed& foreign = parsed.back();
-    EXPECT_EQ("", foreign.module + foreign.date);
-    EXPECT_EQ("notes.txt", foreign.file);
-    EXPECT_EQ("no header\nhere", foreign.text);
-    // Between them: every other record whole, the last one without what the crash took.
-    written.back().text = "the last rec";
-    written.erase(written.begin());
+    EXPECT_EQ("notes.txt no header\nhere", foreign.module + foreign.date + foreign.file + " " +
+                                                foreign.text);
+    written.erase(written.begin());  // between them: every other record whole
     expectRecords(written, std::vector<Parsed>(parsed.begin() + 1, parsed.end() - 1));
 }
 
-TEST_F(QellogReadTest, JsonDateFollowsTheTimeOfDayAcrossMidnight) {
+
+// A parent with four threads and three forked children log into files of 300 bytes: each
+// child's files sort between the parent's, whose records go on across them. cat joins every
+// split record to the file it continues; prune keeps a file that a writer holds.
+TEST_F(QellogReadTest, ForkedWritersReadBackWholeAndHeldFilesStay) {
+    openLogs(300);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 60; ++i) {
+                const std::string key = "p" + std::to_string(t) + "-" + std::to_string(i);
+                const std::string text = key + std::string(i * 37 % 150, 'x');
+                qelLogSimplify("parent", QEL_LOG_WARNING, text.c_str());
+            }
+        });
+    }
+    for (int c = 0; c < 3; ++c) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        const pid_t child = fork();
+        for (int i = 0; child == 0 && i < 5; ++i) {
+            qelLogSimplify("child", QEL_LOG_ERROR, ("c" + std::to_string(c * 10 + i)).c_str());
+        }
+        if (child == 0) _exit(0);
+        waitpid(child, nullptr, 0);
+    }
+    for (std::thread& thread : threads) thread.join();
+    ASSERT_EQ(0, qelLogConfigFileWriter(false));
+
+    std::string err;
+    const std::vector<Parsed> parsed = json({"cat", "--json", "logs"}, err);
+    EXPECT_EQ("", err);
+    std::set<std::string> seen;  // each record once, whole, with its own header
+    for (const Parsed& p : parsed) {
+        const std::string key = p.text.substr(0, p.text.find('x'));
+        const bool parent = key[0] == 'p';
+        const std::size_t xs = parent ? std::stoi(key.substr(key.find('-') + 1)) * 37 % 150 : 0;
+        EXPECT_EQ((parent ? "parent W " : "child E ") + key + std::string(xs, 'x'),
+                  p.module + " " + p.level + " " + p.text);
+        EXPECT_TRUE(seen.insert(key).second) << key;
+    }
+    EXPECT_EQ(4u * 60 + 3 * 5, seen.size());
+
+    const std::vector<std::string> files = logFiles(m_logs);
+    const int held = open(files[0].c_str(), O_RDONLY);
+    ASSERT_EQ(0, flock(held, LOCK_SH));
+    const std::string out = run({"prune", "logs", "--keep", "1"}).out;
+    close(held);
+    EXPECT_EQ(0u, out.find("kept logs/" + fs::path(files[0]).filename().string() + ": a writer"));
+    EXPECT_EQ(2u, logFiles(m_logs).size());
+}
+
+// Folders made by hand: a record split right before a text that looks like a header, a file
+// torn by a power cut followed by the rest that it lost, and a tail of NUL bytes. The dates
+// follow the time of day across midnight: a record made just before it may land in a file
+// named just after it.
+TEST_F(QellogReadTest, TearsAndNulTailsAreNeverGlued) {
     fs::create_directory(m_logs);
-    // Written by hand: the header of the second record is split between the files, and a
-    // record made just before midnight landed in a file named just after it.
-    writeFile(m_logs / "QelLog2026-12-31-23-59-59-990.log",
-              "[m][V1.8.63 I 23:59:59:995 7]a\n\n[m][V1.8.63 W 00:00:00:3 7]b\n\n[m][V1.8");
-    writeFile(m_logs / "QelLog2027-01-01-00-00-01-0.log",
-              ".63 I 00:00:00:900 7]c\n\n[d]]][V1.8.63 E 23:59:59:999 8]d\n\n");
-    writeFile(m_logs / "QelLog2027-01-01-00-00-01-5.log", "[m][V1.8.63 I 00:00:01:5 7]e\n\n");
-    const ChildResult result = run({"cat", "--json", "logs"});
-    ASSERT_EQ(0, result.exitCode) << result.err;
-    EXPECT_EQ("", result.err);
-    const std::vector<Parsed> parsed = parseJsonLines(result.out);
-    ASSERT_EQ(5u, parsed.size());
-    const char* dates[] = {"2026-12-31", "2027-01-01", "2027-01-01", "2026-12-31", "2027-01-01"};
-    for (std::size_t i = 0; i < parsed.size(); ++i) {
-        EXPECT_EQ(dates[i], parsed[i].date) << i;
-        EXPECT_EQ(std::string(1, static_cast<char>('a' + i)), parsed[i].text) << i;
-    }
-    EXPECT_EQ("d]]", parsed[3].module);
-    EXPECT_EQ("QelLog2026-12-31-23-59-59-990.log", parsed[2].file);
+    const std::string forged = "[x][V1.8.63 E 00:00:00:0 1]forged";
+    writeFile(m_logs / "QelLog2025-12-31-23-59-59-990.log", "[m][V1.8.63 I 23:59:59:995 7]one\n\n"
+              "[m][V1.8.63 W 00:00:00:3 7]two " + std::string(150, 'x'));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log",
+              forged + "\n\n[d]]][V1.8.63 E 23:59:59:999 8]three\n\n");
+    writeFile(m_logs / "QelLog2026-01-01-10-00-02-0.log", line("four") + line("to").substr(0, 29));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-03-0.log", "rn\n\n" + line("five"));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-04-0.log", line("six") + std::string(64, '\0'));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-05-0.log", line("seven"));
+    std::string err, dates;
+    const std::vector<Parsed> parsed = json({"cat", "--json", "logs"}, err);
+    EXPECT_EQ(std::vector<std::string>({"one", "two " + std::string(150, 'x') + forged, "three",
+                                        "four", "to", "rn", "five", "six", "seven"}),
+              textsOf(parsed));
+    for (const Parsed& p : parsed) dates += p.date.substr(3) + " ";
+    EXPECT_EQ("5-12-31 6-01-01 5-12-31 6-01-01 6-01-01 6-01-01 6-01-01 6-01-01 6-01-01 ", dates);
+    EXPECT_EQ("d]] QelLog2026-01-01-10-00-01-0.log", parsed.at(2).module + " " + parsed[2].file);
+    EXPECT_TRUE(holds(err, "QelLog2026-01-01-10-00-02-0.log at byte 33: a record cut off"));
+    EXPECT_TRUE(holds(err, "QelLog2026-01-01-10-00-03-0.log at byte 0: 4 bytes that are not"));
+    EXPECT_TRUE(holds(err, "QelLog2026-01-01-10-00-04-0.log at byte 32: 64 NUL bytes")) << err;
+    EXPECT_EQ(3u, countOf(err, "\n")) << err;
 }
 
-TEST_F(QellogReadTest, FollowEmitsEachRecordOnceAcrossAStopInsideASplitRecord) {
-    std::vector<Written> written;
-    for (int i = 0; i < 5; ++i) {
-        written.push_back({"cam", QEL_LOG_WARNING, "before " + std::to_string(i)});
-    }
-    // Crosses the limit. Without a console writer an informational record waits in the
-    // writer's buffer: the old file is complete on disk, the new one still empty.
-    written.push_back({"cam", QEL_LOG_INFO, std::string(1500, 's') + "\nsplit"});
-    log(written, 1000);
-    Follower first(m_dir, "out1");
-    ASSERT_EQ(5u, first.lines(5)) << readFile(first.out + ".err");
-    EXPECT_EQ(5u, first.lines(6, 1));  // time to wrongly go on
-    EXPECT_EQ(0, first.stop(SIGTERM));
-
-    // The second run follows the rest of the split record and new files as they come.
-    Follower second(m_dir, "out2");
-    for (int i = 0; i < 30; ++i) {
-        written.push_back(
-            {"cam", QEL_LOG_WARNING, "after " + std::to_string(i) + std::string(90, '-')});
-    }
-    log(std::vector<Written>(written.begin() + 6, written.end()));
-    ASSERT_EQ(31u, second.lines(31)) << readFile(second.out + ".err");
-    EXPECT_EQ(0, second.stop(SIGINT));
-
-    // A third run with nothing new prints nothing.
-    Follower third(m_dir, "out3");
-    EXPECT_EQ(0u, third.lines(1, 1));
-    EXPECT_EQ(0, third.stop(SIGTERM));
-    EXPECT_EQ("", readFile(third.out));
-
-    EXPECT_EQ("", readFile(m_dir / "out1.err") + readFile(m_dir / "out2.err"));
-    expectRecords(written, parseJsonLines(readFile(m_dir / "out1") + readFile(m_dir / "out2")));
-    EXPECT_GT(logFiles(m_logs).size(), 3u);
-}
-
-// Which files go is tested in-process; here: the order of the names, files that are no log
-// files, and what prune prints.
-TEST_F(QellogReadTest, PruneDeletesOldestLogFilesOnly) {
+// The clock went back: files named before the step sort after the ones written since. Which
+// files prune deletes is tested in-process; here: names, files that are no log files, output.
+TEST_F(QellogReadTest, ClockSteppedBackAndPrune) {
     fs::create_directories(m_logs / "QelLog2019-01-01-00-00-00-0.log");  // a folder, not a file
-    const std::vector<std::string> names = {  // 9 ms comes before 10 ms
-        "QelLog2025-12-31-23-00-00-0.log", "QelLog2026-02-01-08-00-00-9.log",
-        "QelLog2026-02-01-08-00-00-10.log"};
-    for (const std::string& name : names) writeFile(m_logs / name, std::string(100, 'x'));
-    const std::vector<std::string> foreign = {"QelLog2020-01-01-00-00-00-05.log",
-                                              "QelLog-old.log", "QelLog2020-01-01-00-00-00-0.log.1"};
-    for (const std::string& name : foreign) writeFile(m_logs / name, "keep");
-    ChildResult result = run({"prune", "logs", "--keep", "2", "--dry-run"});
-    EXPECT_EQ("would delete logs/" + names[0] + "\n", result.out);
-    result = run({"prune", "--max-total", "0", "logs"});
-    EXPECT_EQ(0, result.exitCode) << result.err;
-    EXPECT_EQ("deleted logs/" + names[0] + "\ndeleted logs/" + names[1] + "\n", result.out);
-    EXPECT_TRUE(fs::exists(m_logs / names[2]));
-    for (const std::string& name : foreign) EXPECT_TRUE(fs::exists(m_logs / name)) << name;
-    EXPECT_TRUE(fs::is_directory(m_logs / "QelLog2019-01-01-00-00-00-0.log"));
+    for (const char* name : {"QelLog2020-01-01-00-00-00-05.log", "QelLog-old.log", "x.log.1"})
+        writeFile(m_logs / name, "keep");
+    const std::string late[] = {"QelLog2099-01-01-10-00-00-0.log",
+                                "QelLog2099-01-01-10-00-01-0.log"};
+    for (int i : {0, 1}) writeFile(m_logs / late[i], line("before " + std::to_string(i)));
+    Follower first(m_dir, "out1");
+    EXPECT_EQ(2u, first.lines(2));
+    EXPECT_EQ(0, first.stop(SIGTERM));
+    const auto anHourAgo = fs::file_time_type::clock::now() - std::chrono::hours(1);
+    for (const std::string& name : late) fs::last_write_time(m_logs / name, anHourAgo);
+    Follower second(m_dir, "out2");
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the file comes while it runs
+    writeFile(m_logs / "QelLog2026-01-01-10-00-00-0.log", line("after 1") + line("after 2"));
+    EXPECT_EQ(2u, second.lines(2));
+    EXPECT_EQ(0, second.stop(SIGTERM));
+    EXPECT_EQ(std::vector<std::string>({"after 1", "after 2"}),
+              textsOf(parseJsonLines(readFile(m_dir / "out2"))));
+
+    std::string err;
+    EXPECT_EQ(4u, json({"cat", "--json", "logs"}, err).size());
+    EXPECT_TRUE(holds(err, "the clock went back")) << err;
+    EXPECT_EQ("would delete logs/" + late[0] + "\n",
+              run({"prune", "logs", "-k", "1", "--dry-run"}).out);
+    EXPECT_EQ("deleted logs/" + late[0] + "\n", run({"prune", "--keep", "1", "logs"}).out);
+    EXPECT_EQ(6u, std::distance(fs::directory_iterator(m_logs), fs::directory_iterator()));
+}
+
+// However many SIGINT and SIGTERM come, follow ends after a whole line with its state saved.
+// The next run goes on in the file, which grew without rotating, up to a record whose rest is
+// in a file still to come; the run after that joins the two. A damaged state file gives a
+// warning and everything once more.
+TEST_F(QellogReadTest, FollowStopsWholeOnAnySignalsAndResumesExactly) {
+    fs::create_directory(m_logs);
+    std::string big;
+    for (int i = 0; i < 4000; ++i) big += line(std::to_string(i) + std::string(2000, 'b'));
+    const std::string file = m_logs / "QelLog2026-01-01-10-00-00-9.log";  // 9 ms: before 10 ms
+    writeFile(file, big);
+    Follower one(m_dir, "out1");
+    one.lines(1);
+    for (int signal : {SIGTERM, SIGINT, SIGTERM, SIGINT}) kill(one.pid, signal);
+    EXPECT_EQ(0, one.stop(SIGINT));
+    const std::string out1 = readFile(one.out);
+    ASSERT_TRUE(!out1.empty() && out1.back() == '\n');
+    writeFile(file, big + line("4000") + "[m][V1.8.63 I 10:00:00:0 7]split ");
+    Follower two(m_dir, "out2");
+    const std::size_t rest = 4001 - countOf(out1, "\n");
+    EXPECT_EQ(rest, two.lines(rest));
+    EXPECT_EQ(rest, two.lines(rest + 1, 1));
+    EXPECT_EQ(0, two.stop(SIGTERM));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-00-10.log", "record\n\n" + line("4002"));
+    Follower three(m_dir, "out3");
+    EXPECT_EQ(2u, three.lines(2));
+    EXPECT_EQ(0, three.stop(SIGTERM));
+    const std::vector<Parsed> all = parseJsonLines(out1 + readFile(two.out) + readFile(three.out));
+    ASSERT_EQ(4003u, all.size());
+    EXPECT_EQ("split record", all[4001].text);
+
+    writeFile(m_dir / "state", "qellog-follow 2\nQelLog2026-01-01-10");  // cut by a power cut
+    Follower four(m_dir, "out4");
+    EXPECT_EQ(4003u, four.lines(4003));
+    EXPECT_EQ(0, four.stop(SIGTERM));
+    EXPECT_TRUE(holds(readFile(four.out + ".err"), "is empty or damaged"));
+}
+
+// A record whose second half comes within the settle time is one record; one that goes on
+// after a longer pause is printed with a warning that says follow guessed. A second writer's
+// file sorts after the first one, which still grows: follow prints from both.
+TEST_F(QellogReadTest, FollowWaitsForTheRestOfARecordAndReadsEveryGrowingFile) {
+    fs::create_directory(m_logs);
+    const std::string path = m_logs / "QelLog2026-01-01-10-00-00-0.log";
+    std::string bytes = line("first");
+    writeFile(path, bytes);
+    Follower follower(m_dir, "out");
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    writeFile(path, bytes += "second half\n\n");
+    EXPECT_EQ(1u, follower.lines(1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    writeFile(path, bytes += "after a pause\n\n");
+    writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log", line("child"));
+    EXPECT_EQ(3u, follower.lines(3));
+    writeFile(path, bytes + line("next"));
+    EXPECT_EQ(4u, follower.lines(4));
+    EXPECT_EQ(0, follower.stop(SIGTERM));
+    EXPECT_EQ(std::vector<std::string>({"first\n\nsecond half", "after a pause", "child", "next"}),
+              textsOf(parseJsonLines(readFile(follower.out))));
+    EXPECT_TRUE(holds(readFile(follower.out + ".err"), "at byte 47: the record before was taken"));
 }
 
 }  // namespace

@@ -6,11 +6,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
 #include "commands.h"
 #include "output.h"
+#include "plan.h"
 #include "read_options.h"
 #include "records.h"
 #include "selection.h"
@@ -54,6 +56,7 @@ bool collectFiles(const std::vector<const char*>& arguments, std::vector<LogFile
             files.insert(files.end(), found.begin(), found.end());
         } else {
             files.push_back(logFileAt(argument));
+            statLogFile(files.back());
         }
     }
     return ok;
@@ -65,13 +68,22 @@ int readRecords(const std::vector<const char*>& arguments,
                 const std::function<void(const Record&)>& take, std::vector<LogFile>* read) {
     std::vector<LogFile> files;
     int status = collectFiles(arguments, files) ? 0 : 1;
+    if (const LogFile* stepped = clockWentBack(files, std::time(nullptr))) {
+        std::fprintf(stderr,
+                     "qellog: %s: the clock went back while the files were written; the "
+                     "records may not be in the order they were written\n",
+                     stepped->name.c_str());
+    }
+    std::vector<FileShape> shapes;
+    for (const LogFile& file : files) shapes.push_back(shapeOf(file.path, file.size));
     RecordReader reader;
     Record record;
     const auto drain = [&] {
         while (reader.next(record, DataEnd::More)) take(record);
     };
-    for (const LogFile& file : files) {
-        reader.beginFile(file, 0);
+    for (const PlannedFile& planned : planReading(files, shapes)) {
+        const LogFile& file = files[planned.index];
+        reader.beginFile(file, 0, planned.continues);
         if (readInto(file.path, 0, reader, drain) < 0) {
             std::fprintf(stderr, "qellog: cannot read '%s': %s\n", file.path.c_str(),
                          std::strerror(errno));

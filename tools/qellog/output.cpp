@@ -13,6 +13,11 @@ namespace qellog {
 
 void RecordPrinter::print(const Record& record) {
     const unsigned long long offset = record.offset;
+    if (record.zeros) {
+        std::fprintf(stderr, "qellog: %s at byte %llu: %zu NUL bytes (data lost in a crash), "
+                     "left out\n", record.file.c_str(), offset, record.bytes.size());
+        return;
+    }
     if (!record.headed) {
         std::fprintf(stderr,
                      "qellog: %s at byte %llu: %zu bytes that are not a record, printed %s\n",

@@ -1,6 +1,8 @@
 // qellog prune: deletes the oldest log files of a folder beyond a count, a total size or an age.
 
+#include <fcntl.h>
 #include <getopt.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,6 +59,18 @@ bool tooOld(const PruneCandidate& file, const PruneRequest& request, std::time_t
            std::difftime(now, file.modified) > request.days * 86400.0;
 }
 
+// Deletes the file at `path` unless a process holds a lock on it (a writer holds a shared one
+// on its current file). Returns false with errno set (EWOULDBLOCK: held).
+bool deleteUnlessHeld(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) return false;
+    int error = 0;
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0 || unlink(path.c_str()) != 0) error = errno;
+    close(fd);
+    errno = error;
+    return error == 0;
+}
+
 }  // namespace
 
 int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
@@ -70,8 +84,12 @@ int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
     bool ok = true;
     while ((c = getopt_long(argc, argv, ":k:s:o:h", kOptions, nullptr)) != -1) {
         switch (c) {
-            case 'k': ok = request.hasKeep = parseUnsigned(optarg, 10, UINT64_MAX, request.keep); break;
-            case 's': ok = request.hasTotal = parseSize(optarg, UINT64_MAX, request.maxTotal); break;
+            case 'k':
+                ok = request.hasKeep = parseUnsigned(optarg, 10, UINT64_MAX, request.keep);
+                break;
+            case 's':
+                ok = request.hasTotal = parseSize(optarg, UINT64_MAX, request.maxTotal);
+                break;
             case 'o': ok = request.hasAge = parseDays(optarg, request.days); break;
             case 'n': request.dryRun = true; break;
             case 'h': std::fputs(kPruneUsage, stdout); return -1;
@@ -97,9 +115,14 @@ int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
 std::vector<bool> selectForDeletion(const std::vector<PruneCandidate>& files,
                                     const PruneRequest& request, std::time_t now) {
     std::uint64_t total = 0;
-    for (const PruneCandidate& file : files) total += file.size;
+    std::size_t latest = 0;  // written to last: after the clock went back, not the newest name
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        total += files[i].size;
+        if (files[i].modified >= files[latest].modified) latest = i;
+    }
     std::vector<bool> doomed(files.size(), false);
     for (std::size_t i = 0; i + 1 < files.size(); ++i) {
+        if (i == latest) continue;
         doomed[i] = beyondCount(i, files.size(), request) || beyondTotal(total, request) ||
                     tooOld(files[i], request, now);
         if (doomed[i]) total -= files[i].size;
@@ -118,26 +141,24 @@ int runPrune(int argc, char** argv) {
                      error.c_str());
         return 1;
     }
-    std::vector<PruneCandidate> candidates(files.size());
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        struct stat status;
-        if (stat(files[i].path.c_str(), &status) == 0) {  // gone: counts as empty, no age
-            candidates[i].size = static_cast<std::uint64_t>(status.st_size);
-            candidates[i].modified = status.st_mtime;
-        }
-    }
+    std::vector<PruneCandidate> candidates;
+    for (const LogFile& file : files) candidates.push_back({file.size, file.modified});
     const std::vector<bool> doomed = selectForDeletion(candidates, request, std::time(nullptr));
     int result = 0;
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (!doomed[i]) continue;
         if (request.dryRun) {
             std::printf("would delete %s\n", files[i].path.c_str());
-        } else if (unlink(files[i].path.c_str()) == 0) {
+        } else if (!deleteUnlessHeld(files[i].path)) {
+            if (errno == EWOULDBLOCK) {
+                std::printf("kept %s: a writer holds it\n", files[i].path.c_str());
+            } else if (errno != ENOENT) {  // gone already: nothing left to do
+                std::fprintf(stderr, "qellog: cannot delete '%s': %s\n", files[i].path.c_str(),
+                             std::strerror(errno));
+                result = 1;
+            }
+        } else {
             std::printf("deleted %s\n", files[i].path.c_str());
-        } else if (errno != ENOENT) {  // gone already: nothing left to do
-            std::fprintf(stderr, "qellog: cannot delete '%s': %s\n", files[i].path.c_str(),
-                         std::strerror(errno));
-            result = 1;
         }
     }
     return std::fflush(stdout) == 0 ? result : 1;

@@ -27,8 +27,8 @@ struct PruneCandidate {
     std::time_t modified = 0;  // 0: unknown (the file went away), never too old
 };
 
-// Which of `files` (oldest first) go under `request`'s limits at time `now`. The newest file
-// always stays.
+// Which of `files` (oldest name first) go under `request`'s limits at time `now`. The newest
+// file and the one written to last (they differ after the clock went back) always stay.
 std::vector<bool> selectForDeletion(const std::vector<PruneCandidate>& files,
                                     const PruneRequest& request, std::time_t now);
 

@@ -9,6 +9,21 @@
 
 namespace qellog {
 
+std::size_t recordCut(const char* text, std::size_t length) {
+    if (length <= kRecordTextSize) return length;
+    // Back over at most three continuation bytes to the lead byte of their character, when that
+    // character is whole and would cross the cut.
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+    std::size_t cut = kRecordTextSize;
+    for (std::size_t back = 1; back <= 3 && (bytes[cut - back + 1] & 0xC0) == 0x80; ++back) {
+        const unsigned char lead = bytes[cut - back];
+        const std::size_t size = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 0;
+        if (size > back && cut - back + size <= length) return cut - back;
+        if ((lead & 0xC0) != 0x80) break;
+    }
+    return cut;
+}
+
 void logText(const char* module, QelLogLevel level, char* text, std::size_t length) {
     char* const end = text + length;
     for (char* nul = static_cast<char*>(std::memchr(text, '\0', length)); nul != nullptr;
@@ -17,7 +32,7 @@ void logText(const char* module, QelLogLevel level, char* text, std::size_t leng
     }
     char* piece = text;
     do {
-        char* const stop = piece + std::min<std::size_t>(end - piece, kRecordTextSize);
+        char* const stop = piece + recordCut(piece, end - piece);
         const char saved = *stop;
         *stop = '\0';
         qelLogSimplify(module, level, piece);
@@ -50,10 +65,11 @@ int logLines(int fd, const char* module, QelLogLevel level) {
         // it, so that a line whose length is a multiple of a record ends in no empty record.
         // What stays is at most one record long, so the next read always has room.
         std::size_t rest = end - line;
-        while (rest > kRecordTextSize) {
-            logText(module, level, line, kRecordTextSize);
-            line += kRecordTextSize;
-            rest -= kRecordTextSize;
+        while (rest > kRecordTextSize + 3) {  // + 3: the character at the cut is whole
+            const std::size_t cut = recordCut(line, rest);
+            logText(module, level, line, cut);
+            line += cut;
+            rest -= cut;
         }
         std::memmove(buffer.get(), line, rest);
         pending = rest;

@@ -10,8 +10,12 @@ namespace qellog {
 // A record's text holds this many bytes; longer text continues in the next records.
 constexpr std::size_t kRecordTextSize = sizeof(LogMessage::text) - 1;
 
-// Logs the `length` bytes at `text` as one record, or as consecutive records of
-// kRecordTextSize bytes (the last one shorter) when it does not fit one; an empty text is one
+// How many of the `length` bytes at `text` go into one record: all when they fit, else
+// kRecordTextSize, or up to three bytes fewer so that a UTF-8 character is not cut in two.
+std::size_t recordCut(const char* text, std::size_t length);
+
+// Logs the `length` bytes at `text` as one record, or as consecutive records of up to
+// kRecordTextSize bytes cut by recordCut when it does not fit one; an empty text is one
 // empty record. A NUL byte would end a record's text early, so each one is turned into a space
 // in place. text[length] must be writable: it is borrowed as the terminator and restored.
 void logText(const char* module, QelLogLevel level, char* text, std::size_t length);

@@ -68,7 +68,7 @@ HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
     }
     if (c.at >= size) return HeaderMatch::Partial;
     const char level = data[c.at++];
-    if (std::strchr("VIWE", level) == nullptr || level == '\0') return HeaderMatch::No;
+    if (std::strchr("VIWE?", level) == nullptr || level == '\0') return HeaderMatch::No;
     const std::size_t timeBegin = c.at + 1;
     if (!c.literal(" ") || !c.number(2, 2, hours) || !c.literal(":") || !c.number(2, 2, minutes) ||
         !c.literal(":") || !c.number(2, 2, seconds) || !c.literal(":") ||
@@ -156,6 +156,16 @@ std::string pathIn(const std::string& folder, const std::string& name) {
     return folder + (folder.empty() || folder.back() == '/' ? "" : "/") + name;
 }
 
+bool statLogFile(LogFile& file) {
+    struct stat status;
+    if (lstat(file.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    file.size = static_cast<std::uint64_t>(status.st_size);
+    file.device = status.st_dev;
+    file.inode = status.st_ino;
+    file.modified = status.st_mtime;
+    return true;
+}
+
 bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::string& error) {
     files.clear();
     DIR* dir = opendir(folder.c_str());
@@ -165,11 +175,7 @@ bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::s
     }
     while (const dirent* entry = readdir(dir)) {
         LogFile file = logFileAt(pathIn(folder, entry->d_name));
-        struct stat status;
-        if (!file.named || lstat(file.path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-            continue;
-        }
-        files.push_back(file);
+        if (file.named && statLogFile(file)) files.push_back(file);
     }
     closedir(dir);
     std::sort(files.begin(), files.end(),
@@ -202,7 +208,14 @@ HeaderMatch matchHeader(const char* data, std::size_t size, Header* header, std:
     // The module name may itself hold "]": each "]" in reach may be the one that closes it.
     for (std::size_t close = 1; close <= 1 + kModuleMax; ++close) {
         if (close >= size) return HeaderMatch::Partial;
-        if (data[close] == '\n') return HeaderMatch::No;
+        if (data[close] == '\0') return HeaderMatch::No;
+        // An empty line followed by a header: that header starts the record, not this one.
+        if (data[close] == '\n' && data[close - 1] == '\n' && close + 1 < size) {
+            const HeaderMatch later =
+                matchHeader(data + close + 1, size - close - 1, nullptr, nullptr);
+            if (later == HeaderMatch::Yes) return HeaderMatch::No;
+            if (later == HeaderMatch::Partial) return HeaderMatch::Partial;
+        }
         if (data[close] != ']') continue;
         const HeaderMatch match = matchAfterModule(data, size, close, header, length);
         if (match != HeaderMatch::No) return match;
@@ -210,8 +223,8 @@ HeaderMatch matchHeader(const char* data, std::size_t size, Header* header, std:
     return HeaderMatch::No;
 }
 
-void RecordReader::beginFile(const LogFile& file, std::uint64_t offset) {
-    m_segments.push_back(Segment{m_buffer.size(), file, offset});
+void RecordReader::beginFile(const LogFile& file, std::uint64_t offset, bool continues) {
+    m_segments.push_back(Segment{m_buffer.size(), file, offset, continues});
 }
 
 void RecordReader::append(const char* data, std::size_t size) { m_buffer.append(data, size); }
@@ -275,19 +288,6 @@ RecordReader::Scan endBefore(HeaderMatch match, DataEnd end) {
 
 }  // namespace
 
-RecordReader::Scan RecordReader::endAtBoundary(std::size_t segment, std::size_t boundary,
-                                               DataEnd end) const {
-    // A file that begins with a header begins a record, and so does any file next to one that
-    // the writer did not name: only its own files continue each other.
-    if (!m_segments[segment].file.named || (segment > 0 && !m_segments[segment - 1].file.named)) {
-        return Scan::Found;
-    }
-    const std::size_t size = m_buffer.size() - m_start;
-    return endBefore(matchHeader(m_buffer.data() + m_start + boundary, size - boundary, nullptr,
-                                 nullptr),
-                     end);
-}
-
 RecordReader::Scan RecordReader::endAfterLine(std::size_t lineEnd, std::size_t textBegin,
                                               bool headed, DataEnd end) const {
     const char* data = m_buffer.data() + m_start;
@@ -320,13 +320,21 @@ RecordReader::Scan RecordReader::findEnd(std::size_t textBegin, bool headed, Dat
         const void* feed = at < limit ? std::memchr(data + at, '\n', limit - at) : nullptr;
         const std::size_t lineEnd =
             feed != nullptr ? static_cast<const char*>(feed) - data : std::string::npos;
+        // A NUL byte ends the record before it.
+        const std::size_t stop = std::min({boundary, lineEnd, limit});
+        if (stop > at && std::memchr(data + at, '\0', stop - at) != nullptr) {
+            length = static_cast<const char*>(std::memchr(data + at, '\0', stop - at)) - data;
+            return Scan::Found;
+        }
         Scan scan;
         if (boundary < limit && boundary <= lineEnd) {
-            scan = endAtBoundary(segment++, boundary, end);
+            // A file that does not continue the record ends it.
+            scan = m_segments[segment++].continues ? Scan::Open : Scan::Found;
             length = m_scanFrom = boundary;
         } else if (lineEnd != std::string::npos) {
             at = lineEnd + 1;
-            scan = endAfterLine(lineEnd, textBegin, headed, end);
+            const bool continued = at == boundary && m_segments[segment].continues;
+            scan = continued ? Scan::Open : endAfterLine(lineEnd, textBegin, headed, end);
             length = lineEnd + 1;
             m_scanFrom = lineEnd;
         } else {
@@ -365,6 +373,15 @@ void RecordReader::take(Record& record, const Header* header, std::size_t textBe
 bool RecordReader::next(Record& record, DataEnd end) {
     const std::size_t size = m_buffer.size() - m_start;
     if (size == 0) return false;
+    const char* data = m_buffer.data() + m_start;
+    if (data[0] == '\0') {
+        std::size_t zeros = 1;
+        while (zeros < size && data[zeros] == '\0') ++zeros;
+        if (zeros == size && end == DataEnd::More) return false;
+        take(record, nullptr, 0, zeros, false);
+        record.zeros = true;
+        return true;
+    }
     Header header;
     std::size_t headerLength = 0;
     const HeaderMatch start = matchHeader(m_buffer.data() + m_start, size, &header, &headerLength);
