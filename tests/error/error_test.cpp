@@ -23,7 +23,7 @@ TEST(ErrorTest, WholeTableMatchesTheTextsAndOthersGiveNull) {
     EXPECT_EQ(0x8566D6D4FB10E836ULL, digest);
     for (uint32_t outside : {0x81300001u, 0x80310001u, 0x80B00001u, 0x00300002u, 0u, 0x7F300001u,
                              0xFF300001u, 0x802FFFFFu}) {
-        EXPECT_EQ(nullptr, errorGetErrorCodeString(static_cast<int>(outside))) << std::hex << outside;
+        EXPECT_EQ(nullptr, errorGetErrorCodeString(static_cast<int>(outside))) << outside;
     }
 }
 

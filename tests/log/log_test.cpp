@@ -48,10 +48,13 @@ std::string byFormat(const LogMessage& msg, const char* letter) {
 }
 
 const int kFileOpen = static_cast<int>(0x80300002u);
+const int kInvalidParameter = static_cast<int>(0x80300206u);
+const std::string c126(126, 'c');
 
 int modeOf(const std::string& path) {
     struct stat status;
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? (status.st_mode & 07777) : -1;
+    const bool isDirectory = stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    return isDirectory ? static_cast<int>(status.st_mode & 07777) : -1;
 }
 
 // The texts of the records in the log files of `dir`, each followed by '|'.
@@ -97,7 +100,8 @@ static long long g_fakeMicros = -1;
 extern "C" int gettimeofday(struct timeval* tv, void*) noexcept {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    const long long micros = g_fakeMicros >= 0 ? g_fakeMicros : now.tv_sec * 1000000LL + now.tv_nsec / 1000;
+    const long long real = now.tv_sec * 1000000LL + now.tv_nsec / 1000;
+    const long long micros = g_fakeMicros >= 0 ? g_fakeMicros : real;
     tv->tv_sec = micros / 1000000;
     tv->tv_usec = micros % 1000000;
     return 0;
@@ -129,7 +133,9 @@ TEST(LogRecordsTest, ThresholdFieldsErrnoAndStamps) {
         qelLogSimplify("cam", QEL_LOG_ERROR, "nowhere");
         CHILD_CHECK(qelLogConfigConsoleWriter(true) == 0 && qelLogConfigConsoleWriter(true) == 0);
         CHILD_CHECK(qelLogWrite(nullptr, QEL_LOG_WARNING, nullptr, 0, nullptr, nullptr) == 0);
-        std::thread([] { qelLogSimplify("t", QEL_LOG_INFO, std::to_string(syscall(SYS_gettid)).c_str()); }).join();
+        std::thread([] {
+            qelLogSimplify("t", QEL_LOG_INFO, std::to_string(syscall(SYS_gettid)).c_str());
+        }).join();
         setenv("TZ", "QEL-05:30", 1);
         tzset();
         for (int ms : millis) {
@@ -148,13 +154,15 @@ TEST(LogRecordsTest, ThresholdFieldsErrnoAndStamps) {
         {"cam", "E", std::string(2047, 'f')}, {"cam", "?", std::string(2047, 'c')},
         {"err", "E", "Errno:0x8030010a"}, {"", "W", ""}};
     for (size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(expected[i], (std::vector<std::string>{lines[i].module, lines[i].level, lines[i].text}));
+        EXPECT_EQ(expected[i], (std::vector<std::string>{lines[i].module, lines[i].level,
+                                                         lines[i].text}));
         EXPECT_EQ(result.pid, lines[i].tid);  // the main thread's id is the process id
     }
     EXPECT_NE(parentId, lines[0].tid);
     EXPECT_EQ(std::stol(lines[5].text), lines[5].tid);
     for (size_t i = 0; i < 8; ++i) {
-        const std::string time = (millis[i] < 1000 ? "03:17:23:" : "03:17:24:") + std::to_string(millis[i] % 1000);
+        const std::string time =
+            (millis[i] < 1000 ? "03:17:23:" : "03:17:24:") + std::to_string(millis[i] % 1000);
         EXPECT_EQ("2026-11-17-" + time, lines[6 + i].text);
         EXPECT_EQ(time, lines[6 + i].time);
     }
@@ -214,14 +222,17 @@ TEST(LogFilesTest, FoldersAreMadeAndSet) {
     const std::string tooLong = std::string(64, 'x') + "/" + std::string(64, 'z');
     auto result = runChild([&] {
         umask(0);  // the mode is the library's alone
-        for (const std::string& path : {std::string("./"), std::string(""), std::string("a/b"), std::string("a/b"),
-                                        std::string("t/x/"), std::string(254, 'a'), std::filesystem::current_path().string() + "/abs/y",
-                                        std::string(126, 'c') + "/" + std::string(127, 'd')}) {
-            CHILD_CHECK(qel::QelLog::createLogDirectory(path) == 0 && (path.size() < 3 || modeOf(path) == 0755));
+        const std::string absolute = std::filesystem::current_path().string() + "/abs/y";
+        const std::string nested = c126 + "/" + std::string(127, 'd');
+        for (const std::string& path : {std::string("./"), std::string(""), std::string("a/b"),
+                                        std::string("a/b"), std::string("t/x/"), absolute,
+                                        std::string(254, 'a'), nested}) {
+            CHILD_CHECK(qel::QelLog::createLogDirectory(path) == 0);
+            CHILD_CHECK(path.size() < 3 || modeOf(path) == 0755);
         }
         CHILD_CHECK(modeOf("a") == 0755 && modeOf("t") == 0755 && *ErrnoLocal() == 0);
         CHILD_CHECK(qel::QelLog::createLogDirectory(std::string(255, 'b')) == -1);
-        CHILD_CHECK(qel::QelLog::createLogDirectory(std::string(127, 'e') + "/" + std::string(127, 'f')) == -1);
+        CHILD_CHECK(qel::QelLog::createLogDirectory(c126 + "e/" + std::string(127, 'f')) == -1);
         CHILD_CHECK(*ErrnoLocal() == kFileOpen && fflush(stderr) == 0 && ftell(stderr) == 0);
         CHILD_CHECK(qelLogSetFileFolder("  logs  ") == 0);  // writer was off: now on
         qelLogSimplify("m", QEL_LOG_INFO, "in logs");
@@ -230,7 +241,7 @@ TEST(LogFilesTest, FoldersAreMadeAndSet) {
         CHILD_CHECK(qelLogSetFileFolder("a\\b\\c") == 0 && *ErrnoLocal() == 0);
         for (const char* blank : {"", "   ", static_cast<const char*>(nullptr)}) {
             *ErrnoLocal() = 0;
-            CHILD_CHECK(qelLogSetFileFolder(blank) == -1 && *ErrnoLocal() == static_cast<int>(0x80300206u));
+            CHILD_CHECK(qelLogSetFileFolder(blank) == -1 && *ErrnoLocal() == kInvalidParameter);
         }
         CHILD_CHECK(qelLogSetFileFolder(tooLong.c_str()) == -1 && *ErrnoLocal() == kFileOpen);
         qelLogSimplify("m", QEL_LOG_INFO, "in a/b/c");
@@ -270,14 +281,15 @@ TEST(LogFilesTest, SwitchingWritersWhileLoggingNeitherDeadlocksNorInterleaves) {
                 qelLogSimplify("w", QEL_LOG_INFO, std::string(i % 100, 'x').c_str());
             }
         };
-        std::thread loggers[] = {std::thread(logAll), std::thread(logAll), std::thread(logAll), std::thread(logAll)};
+        std::thread loggers[] = {std::thread(logAll), std::thread(logAll), std::thread(logAll),
+                                 std::thread(logAll)};
         for (int i = 0; i < 1500; ++i) {
             switch (i % 6) {
                 case 0: qelLogConfigFileWriter(true); break;
                 case 1: qelLogConfigConsoleWriter(false); break;
                 case 2: qelLogSetFileFolder(i % 4 == 0 ? "dirA" : "dirB"); break;
                 case 3: qelLogConfigConsoleWriter(true); break;
-                case 4: qelLogSetMaxSize(i % 5 == 0 ? 0 : 1u << 30); break;  // never splits a record
+                case 4: qelLogSetMaxSize(i % 5 == 0 ? 0 : 1u << 30); break;  // no record split
                 default: qelLogConfigFileWriter(false); break;
             }
         }

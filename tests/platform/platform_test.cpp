@@ -82,7 +82,8 @@ TEST(EventTest, EachSetIsConsumedByOneWait) {
     EXPECT_EQ(12, deadline.tv_sec);  // the milliseconds past a whole second carry over
     EXPECT_EQ(100000000L, deadline.tv_nsec);
     std::atomic<int> released{0};
-    std::thread one([&] { released += event->wait(-1) == 0; }), two([&] { released += event->wait(60000) == 0; });
+    auto waitFor = [&](int timeoutMs) { released += event->wait(timeoutMs) == 0; };
+    std::thread one(waitFor, -1), two(waitFor, 60000);
     sleepMillis(20);
     event->set();
     sleepMillis(100);
@@ -96,12 +97,13 @@ TEST(EventTest, EachSetIsConsumedByOneWait) {
 // lies between their truncations. A sleep of more than a second needs both fields.
 TEST(TimeUtilsTest, ClocksAndSleep) {
     for (int i = 0; i < 100000; ++i) {
-        const uint64_t before = timeNanos(), millis = time(), micros = timeMicros(), after = timeNanos();
+        const uint64_t before = timeNanos(), millis = time(), micros = timeMicros();
+        const uint64_t after = timeNanos();
         ASSERT_TRUE(before / 1000000 <= millis && millis <= after / 1000000);
         ASSERT_TRUE(before / 1000 <= micros && micros <= after / 1000);
     }
     const auto steady = std::chrono::steady_clock::now().time_since_epoch();
-    EXPECT_NEAR(timeNanos(), std::chrono::duration_cast<std::chrono::nanoseconds>(steady).count(), 1e9);
+    EXPECT_NEAR(timeNanos(), std::chrono::nanoseconds(steady).count(), 1e9);  // not the wall clock
     EXPECT_EQ(7u, timeDiff(5u, 4294967294u));  // the later reading wrapped around
     const auto start = Clock::now();
     sleepMs(-1500);
@@ -177,13 +179,15 @@ TEST_F(FileTest, HeadWritesTheLimitAndBadArguments) {
     EXPECT_EQ(5, file->fileName(buffer, 5));
     EXPECT_EQ(name.substr(0, 4), buffer);
     file->closeFile();
-    EXPECT_EQ("ABCDEFGHIJabc" + std::string(47, 'L') + "abc" + std::string(113, 'L'), qeltest::readFile(name));
+    EXPECT_EQ("ABCDEFGHIJabc" + std::string(47, 'L') + "abc" + std::string(113, 'L'),
+              qeltest::readFile(name));
 }
 
 // A sparse file just over 4 GiB: sizes and read offsets must not be cut to 32 bits, and the
 // wrap of a looping read must compare the full end.
 TEST_F(FileTest, OffsetsBeyondFourGigabytes) {
-    std::string name = (access("/dev/shm", W_OK) == 0 ? "/dev/shm" : m_folder.path()) + "/qel_XXXXXX";
+    const std::string folder = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : m_folder.path();
+    std::string name = folder + "/qel_XXXXXX";
     const int fd = mkstemp(&name[0]);
     const int64_t markerAt = (int64_t{1} << 32) + 16;
     const bool written = pwrite(fd, "MARK", 4, markerAt) == 4;
@@ -244,9 +248,13 @@ static bool run(void*) {
 // The system shows the name under the new thread's own id: Linux keeps 15 characters, and
 // an empty name keeps the creator's.
 TEST(ThreadTest, TheSystemShowsTheNameAndId) {
-    auto shownName = [](long id) { return qeltest::readFile("/proc/self/task/" + std::to_string(id) + "/comm"); };
+    auto shownName = [](long id) {
+        return qeltest::readFile("/proc/self/task/" + std::to_string(id) + "/comm");
+    };
     const std::pair<const char*, std::string> cases[] = {
-        {nullptr, "QEL_THREAD\n"}, {"abcdefghijklmnopqrst", "abcdefghijklmno\n"}, {"", shownName(getpid())}};
+        {nullptr, "QEL_THREAD\n"},
+        {"abcdefghijklmnopqrst", "abcdefghijklmno\n"},
+        {"", shownName(getpid())}};
     for (const auto& c : cases) {
         g_calls = 0;
         std::unique_ptr<ThreadWrapper> thread(ThreadWrapper::createThread(&run, nullptr, c.first));
@@ -294,7 +302,8 @@ TEST(ThreadTest, StartStopAndPriority) {
     EXPECT_EQ(0, thread.stop());
     EXPECT_EQ(calls, g_calls);
     EXPECT_EQ(0, thread.start());  // afterwards the object works as usual
-    const int steps[] = {PriorityLow, PriorityMiddle, PriorityHigh, PriorityHigher, PriorityTop, 0, 6, -1};
+    const int steps[] = {PriorityLow, PriorityMiddle, PriorityHigh, PriorityHigher, PriorityTop,
+                         0, 6, -1};
     const int onLinux[] = {2, 49, 96, 97, 98, 2, 2, 2}, narrowest[] = {1, 1, 1, 1, 2, 1, 1, 1};
     for (int i = 0; i < 8; ++i) {
         EXPECT_EQ(onLinux[i], convertPriority(static_cast<ThreadPriority>(steps[i]), 1, 99)) << i;

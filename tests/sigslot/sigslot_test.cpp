@@ -11,7 +11,12 @@ struct Note {};  // stands in for the log record, which the module only passes a
 // instead), and '+' or '-' when a signal records itself with it or leaves it.
 struct Recorder : sigslot::has_slots<sigslot::single_threaded> {
     Recorder(char name, std::string& log) : name(name), log(log) {}
-    void onNote(const Note&) { name == '!' ? throw std::runtime_error("slot failed") : void(log += name); }
+    void onNote(const Note&) {
+        if (name == '!') {
+            throw std::runtime_error("slot failed");
+        }
+        log += name;
+    }
     void signal_connect(sigslot::_signal_base_interface* sender) override {
         log += '+';
         has_slots::signal_connect(sender);

@@ -58,7 +58,8 @@ std::vector<Record> parseRecords(const std::string& output) {
     std::vector<Record> records;
     std::smatch match;
     for (auto at = output.cbegin(); at != output.cend(); at = match[0].second) {
-        if (!std::regex_search(at, output.cend(), match, kRecord, std::regex_constants::match_continuous)) {
+        if (!std::regex_search(at, output.cend(), match, kRecord,
+                               std::regex_constants::match_continuous)) {
             ADD_FAILURE() << "not a record: " << std::string(at, output.cend()).substr(0, 200);
             break;
         }
@@ -78,13 +79,16 @@ void writeFile(const std::string& path, const std::string& bytes) {
 }
 
 void removeTree(const std::string& path) {
-    auto removeOne = [](const char* name, const struct stat*, int, struct FTW*) { return remove(name), 0; };
+    auto removeOne = [](const char* name, const struct stat*, int, struct FTW*) {
+        return remove(name), 0;
+    };
     nftw(path.c_str(), removeOne, 16, FTW_DEPTH | FTW_PHYS);
 }
 
 size_t countOf(const std::string& text, const std::string& needle) {
     size_t count = 0;
-    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + needle.size())) {
+    for (size_t at = text.find(needle); at != std::string::npos;
+         at = text.find(needle, at + needle.size())) {
         ++count;
     }
     return count;
@@ -99,7 +103,8 @@ std::vector<std::string> logFiles(const std::string& dir) {
         const std::string name = entry.path().filename().string();
         std::smatch match;
         if (std::regex_match(name, match, kName)) {
-            found.emplace_back(match[1].str() + std::string(3 - match.length(2), '0') + match[2].str(), dir + "/" + name);
+            const std::string millis = std::string(3 - match.length(2), '0') + match[2].str();
+            found.emplace_back(match[1].str() + millis, dir + "/" + name);
         }
     }
     std::sort(found.begin(), found.end());

@@ -15,8 +15,9 @@
 #define QELTEST_STR2(x) #x
 #define QELTEST_STR(x) QELTEST_STR2(x)
 // The library's version as every log line carries it ("1.8.63"), from the public header.
-#define QELTEST_VERSION \
-    QELTEST_STR(QEL_VERSION_MAJOR) "." QELTEST_STR(QEL_VERSION_MINOR) "." QELTEST_STR(QEL_VERSION_PATCH)
+#define QELTEST_VERSION                                      \
+    QELTEST_STR(QEL_VERSION_MAJOR) "." QELTEST_STR(QEL_VERSION_MINOR) "." \
+        QELTEST_STR(QEL_VERSION_PATCH)
 
 namespace qeltest {
 
@@ -69,7 +70,8 @@ std::string concatenatedLogs(const std::string& dir);  // the log files in that 
 #define CHILD_CHECK(condition)                                                                  \
     do {                                                                                        \
         if (!(condition)) {                                                                     \
-            return fprintf(stderr, "check failed at %s:%d: %s\n", __FILE__, __LINE__, #condition), 1; \
+            fprintf(stderr, "check failed at %s:%d: %s\n", __FILE__, __LINE__, #condition); \
+            return 1;                                                                   \
         }                                                                                       \
     } while (0)
 
