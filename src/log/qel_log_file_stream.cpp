@@ -189,10 +189,12 @@ bool QelLogFileStream::fileReady() {
 }
 
 void QelLogFileStream::writeOut(bool fullFilesOnly) {
-    size_t done = 0;
-    if (!m_buffer.empty() && fileReady()) {
-        done = writeAcrossFiles(fullFilesOnly);
+    if (m_buffer.empty()) {
+        return;
     }
+    // Records that find no file (the writer is on but silent, waiting to retry) are dropped:
+    // the buffer never grows past its capacity while the folder cannot be made.
+    const size_t done = fileReady() ? writeAcrossFiles(fullFilesOnly) : m_buffer.size();
     m_buffer.erase(0, done);
 }
 
