@@ -59,13 +59,9 @@ std::vector<long> runThreads(std::vector<long> next, long count, int moves) {
             }
         });
     }
-    for (int move = 0; move < moves; ++move) {
-        qelLogSetFileFolder(kFolders[move % 2]);
-    }
+    for (int move = 0; move < moves; ++move) qelLogSetFileFolder(kFolders[move % 2]);
     moving = false;
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    for (auto& thread : threads) thread.join();
     return next;
 }
 
@@ -86,9 +82,7 @@ long missingRecords(const std::vector<long>& logged) {
         std::vector<long> next(kThreads, 0);
         std::istringstream lines(concatenatedLogs(folder));
         for (std::string line; std::getline(lines, line);) {
-            if (line.empty()) {
-                continue;
-            }
+            if (line.empty()) continue;
             int t = -1, length = 0;
             long n = -1;
             sscanf(line.c_str(), "[soak][V%*[0-9.] I %*[0-9:] %*d]t%d n%ld%n", &t, &n, &length);
@@ -391,9 +385,7 @@ TEST(HostProcessTest, ForkedChildrenLogAtOnceIntoFilesOfTheirOwn) {
             CHILD_CHECK(waitpid(pid, &status, 0) == pid && status == 0);
         }
         stop = true;
-        for (auto& thread : threads) {
-            thread.join();
-        }
+        for (auto& thread : threads) thread.join();
         return qelLogConfigFileWriter(false);
     });
     EXPECT_CHILD_OK(result);
@@ -439,9 +431,7 @@ TEST(HostProcessTest, EntryPointsDuringAndAfterExit) {
                         qelLogConfigFileWriter(i % 3 != 0);
                         qelLogConfigConsoleWriter(i % 2 != 0);
                         qelLogSetGlobalLevel(QEL_LOG_WARNING);
-                        if (t == 0 && i % 50 == 0) {
-                            qelLogSetFileFolder("a");
-                        }
+                        if (t == 0 && i % 50 == 0) qelLogSetFileFolder("a");
                     }
                 }).detach();
             }

@@ -138,9 +138,7 @@ ChildResult eachWayAway(bool inotifyFails) {
         int ready[2];
         CHILD_CHECK(pipe(ready) == 0);
         const pid_t idle = fork();
-        if (idle == 0) {
-            _exit(write(ready[1], "r", 1) == 1 ? pause() : 1);
-        }
+        if (idle == 0) _exit(write(ready[1], "r", 1) == 1 ? pause() : 1);
         char byte;
         CHILD_CHECK(read(ready[0], &byte, 1) == 1);  // past the fork handlers
         CHILD_CHECK(qelLogSetFileFolder((cwd + "/moved").c_str()) == 0);

@@ -1,7 +1,6 @@
 // Finding records: cat, follow and stats with filters, -n, colour, the summary and the traps,
 // run as a child on a folder made by hand; the time, level and filter parsers in this process.
 
-#include <signal.h>
 #include <stdlib.h>
 
 #include "colour.h"
@@ -44,28 +43,6 @@ protected:
             joined += (joined.empty() ? "" : "|") + result.out.substr(text, end - text);
         }
         return joined;
-    }
-    // Runs `qellog follow ARGS` for three seconds; `append` is added to the newer file after
-    // one and a half.
-    ChildResult follow(const std::vector<std::string>& args, const std::string& append) {
-        std::vector<std::string> words{"follow"};
-        words.insert(words.end(), args.begin(), args.end());
-        std::vector<char*> argv{const_cast<char*>(QELLOG_PATH)};
-        for (std::string& word : words) argv.push_back(&word[0]);
-        argv.push_back(nullptr);
-        const std::string newer = m_dir / kSecond;
-        return runChild([&] {
-            if (fork() == 0) {
-                usleep(1500 * 1000);
-                std::ofstream(newer, std::ios::app) << append;
-                usleep(1500 * 1000);
-                kill(getppid(), SIGTERM);
-                _exit(0);
-            }
-            if (chdir(m_dir.c_str()) != 0) return 126;
-            execv(QELLOG_PATH, argv.data());
-            return 127;
-        });
     }
 };
 
@@ -161,15 +138,23 @@ TEST_F(QellogFindTest, StatsFigures) {
 // follow -n N prints the last N records of the folder, then only what is new; a missing folder
 // is waited for with a note.
 TEST_F(QellogFindTest, FollowStartsFromTheEnd) {
-    const std::string fresh = "[new][V1.8.63 E 00:00:03:0 9]fresh\n\n";
-    ChildResult result = follow({"-n", "1", "logs"}, fresh);
-    EXPECT_EQ(0, result.exitCode) << result.err;
-    EXPECT_EQ(kAfter.substr(kAfter.rfind("[cam]")) + fresh, result.out);
-    result = follow({"--lines", "0", "-l", "E", "logs"},
-                    "[new][V1.8.63 I 00:00:04:0 9]no\n\n" + fresh);
-    EXPECT_EQ(fresh, result.out);
-    result = follow({"missing"}, "");
-    EXPECT_EQ("qellog: folder 'missing' does not exist (yet); waiting for it\n", result.err);
+    const std::string logs = m_dir / "logs", missing = m_dir / "missing";
+    const std::string fresh = "[new][V" QELTEST_VERSION " E 00:00:03:0 9]fresh\n\n";
+    Follower last(m_dir, "last", {"follow", "-n", "1", logs});
+    Follower errors(m_dir, "errors", {"follow", "--lines", "0", "-l", "E", logs});
+    Follower waiting(m_dir, "waiting", {"follow", missing});
+    EXPECT_EQ(2u, last.lines(2));
+    std::this_thread::sleep_for(std::chrono::seconds(1));  // all three are at the end
+    const std::string added = "[new][V" QELTEST_VERSION " I 00:00:04:0 9]no\n\n" + fresh;
+    std::ofstream(m_dir / kSecond, std::ios::app) << added;
+    EXPECT_EQ(6u, last.lines(6));
+    EXPECT_EQ(2u, errors.lines(2));
+    EXPECT_EQ(1u, waiting.lines(1, 20, ".err"));
+    for (Follower* follower : {&last, &errors, &waiting}) EXPECT_EQ(0, follower->stop(SIGTERM));
+    EXPECT_EQ(kAfter.substr(kAfter.rfind("[cam]")) + added, readFile(last.out));
+    EXPECT_EQ(fresh, readFile(errors.out));
+    EXPECT_EQ("qellog: folder '" + missing + "' does not exist (yet); waiting for it\n",
+              readFile(waiting.out + ".err"));
 }
 
 TEST_F(QellogFindTest, CommandLineTraps) {
@@ -192,12 +177,25 @@ TEST_F(QellogFindTest, CommandLineTraps) {
         {{"cat", "--grep", "(", "logs"}, 2, "", "bad value '(' for --grep: "},
         {{"prune", "logs", "-k", "1", "-n"}, 2, "", "unknown option '-n'"},
         {{"--explain", "--list"}, 0, "\n0x80300002\tFailed to open the file!\n", ""},
+        // The wiring from the parsers (tested in-process) to exit status and output.
+        {{"--level", "X", "t"}, 2, "", "qellog: bad level 'X' for --level: expected V, I, W, E or "
+                                       "verbose, info, warning, error\n"},
+        {{"prune", "logs", "--keep", "x"}, 2, "",
+         "qellog: bad value 'x' for --keep (see qellog prune --help)\n"},
+        {{"cat", "--bogus", "logs"}, 2, "",
+         "qellog: unknown option '--bogus' (see qellog cat --help)\n"},
+        {{"--explain", "0x80300002"}, 0, "Failed to open the file!\n", ""},
+        {{"--explain", "0x80300003"}, 1, "", "qellog: error code 0x80300003 has no message\n"},
+        {{"--version"}, 0, "qellog " QELTEST_VERSION "\n", ""},
+        {{"-h"}, 0, "Usage: qellog [OPTION]... [MESSAGE]...\n", ""},
     };
     for (const auto& c : cases) {
         const ChildResult result = run(c.args);
         EXPECT_EQ(c.exitCode, result.exitCode) << c.args[0] << " " << c.args.back();
         EXPECT_NE(std::string::npos, result.out.find(c.out)) << result.out;
         EXPECT_NE(std::string::npos, result.err.find(c.err)) << result.err;
+        // A refusal is one line on standard error and nothing logged.
+        EXPECT_TRUE(countOf(result.err, "\n") <= 1 && (c.exitCode == 0 || result.out.empty()));
     }
 }
 

@@ -3,18 +3,12 @@
 
 #include <qel/log.h>
 
-#include <signal.h>
-#include <spawn.h>
 #include <sys/file.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 
-#include <chrono>
-#include <set>
-#include <utility>
 #include <regex>
+#include <set>
 #include <sstream>
-#include <thread>
 
 #include "tools/qellog_fixture.h"
 
@@ -27,43 +21,6 @@ struct Written { std::string module; QelLogLevel level; std::string text; };
 
 // One JSON record as the JSON parser saw it.
 struct Parsed { std::string module, version, level, time, tid, file, date, text; };
-
-// A follow run whose output goes into dir/`name` (and dir/`name`.err) while the test goes on,
-// with its state in dir/state. Started with posix_spawn rather than fork: the library pushes its
-// buffered records out before a fork, and a test may need a record to stay in the buffer.
-struct Follower {
-    pid_t pid = -1;
-    std::string out;
-
-    Follower(const fs::path& dir, const char* name) : out(dir / name) {
-        const std::string logs = dir / "logs", state = dir / "state", err = out + ".err";
-        const char* argv[] = {QELLOG_PATH, "follow", "--json", "--state", state.c_str(),
-                              logs.c_str(), nullptr};
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT, 0644);
-        posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT, 0644);
-        EXPECT_EQ(0, posix_spawn(&pid, QELLOG_PATH, &actions, nullptr,
-                                 const_cast<char* const*>(argv), environ));
-        posix_spawn_file_actions_destroy(&actions);
-    }
-    ~Follower() { if (pid > 0) stop(SIGKILL); }
-    // Sends `signal` and returns the exit code (128 + signal when the signal ended it).
-    int stop(int signal) {
-        int status = 0;
-        kill(pid, signal);
-        waitpid(std::exchange(pid, -1), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    // Waits up to `seconds` for the output to hold `count` lines; returns how many it holds.
-    std::size_t lines(std::size_t count = 0, int seconds = 20) const {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-        for (;; std::this_thread::sleep_for(std::chrono::milliseconds(20))) {
-            const std::size_t got = countOf(readFile(out), "\n");
-            if (got >= count || std::chrono::steady_clock::now() > deadline) return got;
-        }
-    }
-};
 
 class QellogReadTest : public QellogTest {
 protected:
@@ -119,6 +76,11 @@ protected:
         EXPECT_EQ(0, result.exitCode) << result.err;
         err = result.err;
         return parseJsonLines(result.out);
+    }
+
+    // follow with its state in the test's folder, printing JSON.
+    std::vector<std::string> followArgs() const {
+        return {"follow", "--json", "--state", m_dir / "state", m_logs};
     }
 
     const fs::path m_logs = m_dir / "logs";
@@ -281,12 +243,12 @@ TEST_F(QellogReadTest, ClockSteppedBackAndPrune) {
     const std::string late[] = {"QelLog2099-01-01-10-00-00-0.log",
                                 "QelLog2099-01-01-10-00-01-0.log"};
     for (int i : {0, 1}) writeFile(m_logs / late[i], line("before " + std::to_string(i)));
-    Follower first(m_dir, "out1");
+    Follower first(m_dir, "out1", followArgs());
     EXPECT_EQ(2u, first.lines(2));
     EXPECT_EQ(0, first.stop(SIGTERM));
     const auto anHourAgo = fs::file_time_type::clock::now() - std::chrono::hours(1);
     for (const std::string& name : late) fs::last_write_time(m_logs / name, anHourAgo);
-    Follower second(m_dir, "out2");
+    Follower second(m_dir, "out2", followArgs());
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the file comes while it runs
     writeFile(m_logs / "QelLog2026-01-01-10-00-00-0.log", line("after 1") + line("after 2"));
     EXPECT_EQ(2u, second.lines(2));
@@ -313,20 +275,20 @@ TEST_F(QellogReadTest, FollowStopsWholeOnAnySignalsAndResumesExactly) {
     for (int i = 0; i < 4000; ++i) big += line(std::to_string(i) + std::string(2000, 'b'));
     const std::string file = m_logs / "QelLog2026-01-01-10-00-00-9.log";  // 9 ms: before 10 ms
     writeFile(file, big);
-    Follower one(m_dir, "out1");
+    Follower one(m_dir, "out1", followArgs());
     one.lines(1);
     for (int signal : {SIGTERM, SIGINT, SIGTERM, SIGINT}) kill(one.pid, signal);
     EXPECT_EQ(0, one.stop(SIGINT));
     const std::string out1 = readFile(one.out);
     ASSERT_TRUE(!out1.empty() && out1.back() == '\n');
     writeFile(file, big + line("4000") + "[m][V1.8.63 I 10:00:00:0 7]split ");
-    Follower two(m_dir, "out2");
+    Follower two(m_dir, "out2", followArgs());
     const std::size_t rest = 4001 - countOf(out1, "\n");
     EXPECT_EQ(rest, two.lines(rest));
     EXPECT_EQ(rest, two.lines(rest + 1, 1));
     EXPECT_EQ(0, two.stop(SIGTERM));
     writeFile(m_logs / "QelLog2026-01-01-10-00-00-10.log", "record\n\n" + line("4002"));
-    Follower three(m_dir, "out3");
+    Follower three(m_dir, "out3", followArgs());
     EXPECT_EQ(2u, three.lines(2));
     EXPECT_EQ(0, three.stop(SIGTERM));
     const std::vector<Parsed> all = parseJsonLines(out1 + readFile(two.out) + readFile(three.out));
@@ -334,7 +296,7 @@ TEST_F(QellogReadTest, FollowStopsWholeOnAnySignalsAndResumesExactly) {
     EXPECT_EQ("split record", all[4001].text);
 
     writeFile(m_dir / "state", "qellog-follow 2\nQelLog2026-01-01-10");  // cut by a power cut
-    Follower four(m_dir, "out4");
+    Follower four(m_dir, "out4", followArgs());
     EXPECT_EQ(4003u, four.lines(4003));
     EXPECT_EQ(0, four.stop(SIGTERM));
     EXPECT_TRUE(holds(readFile(four.out + ".err"), "is empty or damaged"));
@@ -348,7 +310,7 @@ TEST_F(QellogReadTest, FollowWaitsForTheRestOfARecordAndReadsEveryGrowingFile) {
     const std::string path = m_logs / "QelLog2026-01-01-10-00-00-0.log";
     std::string bytes = line("first");
     writeFile(path, bytes);
-    Follower follower(m_dir, "out");
+    Follower follower(m_dir, "out", followArgs());
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     writeFile(path, bytes += "second half\n\n");
     EXPECT_EQ(1u, follower.lines(1));

@@ -85,25 +85,4 @@ TEST_F(QellogTest, RefusedFolderLogsInTheWorkingDirectoryAndFails) {
     }
 }
 
-// The wiring from the parsers (tested in-process) to exit status and output: a usage error is 2
-// with one line on standard error and nothing logged; --explain prints a code's message.
-TEST_F(QellogTest, CommandLineAnswers) {
-    const struct { std::vector<std::string> args; int exitCode; const char *out, *err; } cases[] = {
-        {{"--level", "X", "t"}, 2, "", "qellog: bad level 'X' for --level: expected V, I, W, E or "
-                                       "verbose, info, warning, error\n"},
-        {{"prune", "logs", "--keep", "x"}, 2, "",
-         "qellog: bad value 'x' for --keep (see qellog prune --help)\n"},
-        {{"cat", "--bogus", "logs"}, 2, "",
-         "qellog: unknown option '--bogus' (see qellog cat --help)\n"},
-        {{"--explain", "0x80300002"}, 0, "Failed to open the file!\n", ""},
-        {{"--explain", "0x80300003"}, 1, "", "qellog: error code 0x80300003 has no message\n"},
-        {{"--version"}, 0, "qellog " QELTEST_VERSION "\n", ""}};
-    for (const auto& c : cases) {
-        const ChildResult result = run(c.args, "from stdin\n");
-        EXPECT_EQ(c.exitCode, result.exitCode) << c.args[0];
-        EXPECT_EQ(std::string(c.out) + c.err, result.out + result.err);
-    }
-    EXPECT_EQ(0u, run({"-h"}).out.rfind("Usage: qellog [OPTION]... [MESSAGE]...\n", 0));
-}
-
 }  // namespace
