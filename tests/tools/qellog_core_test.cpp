@@ -11,6 +11,7 @@
 #include "prune.h"
 #include "pump.h"
 #include "records.h"
+#include "support/test_support.h"
 
 using namespace qellog;
 
@@ -55,8 +56,8 @@ TEST(QellogParsers, LoggingCommandLine) {
     const struct { std::vector<std::string> args; const char* error; } refused[] = {
         {{"qellog", "-q"}, "unknown option '-q' (see qellog --help)"},
         {{"qellog", "-s"}, "option --max-size needs an argument"},
-        {{"qellog", "-t", "II"}, "bad level 'II' for --threshold: expected V, I, W, E or verbose, info, "
-                                   "warning, error"},
+        {{"qellog", "-t", "II"}, "bad level 'II' for --threshold: expected V, I, W, E or "
+                                 "verbose, info, warning, error"},
         {{"qellog", "-s", "4G"}, "bad size '4G' for --max-size: expected N, NK, NM or NG, at "
                                  "most 4294967295 bytes"},
         {{"qellog", "-x", "1", "t"}, "--explain takes no MESSAGE"},
@@ -115,7 +116,8 @@ TEST(QellogParsers, PruneArgumentsAndChoice) {
 
 // The longest module a header can have, and a newest file cut right after one line feed.
 TEST(QellogReader, HeaderLimitsAndQuietEnds) {
-    const std::string header = "[" + std::string(127, 'm') + "][V1.8.63 W 01:02:03:4 56]";
+    const std::string header =
+        "[" + std::string(127, 'm') + "][V" QELTEST_VERSION " W 01:02:03:4 56]";
     Header parsed;
     std::size_t length = 0;
     ASSERT_EQ(HeaderMatch::Yes, matchHeader(header.data(), header.size(), &parsed, &length));

@@ -15,11 +15,13 @@ namespace {
 
 // Two files around midnight: three modules, all four levels, three threads.
 const std::string kBefore =
-    "[cam][V1.8.63 I 23:59:00:0 100]cam started\n\n[net][V1.8.63 W 23:59:30:5 200]link slow\n\n"
-    "[cam][V1.8.63 E 23:59:59:999 100]frame lost\nsecond line\n\n";
+    "[cam][V" QELTEST_VERSION " I 23:59:00:0 100]cam started\n\n"
+    "[net][V" QELTEST_VERSION " W 23:59:30:5 200]link slow\n\n"
+    "[cam][V" QELTEST_VERSION " E 23:59:59:999 100]frame lost\nsecond line\n\n";
 const std::string kAfter =
-    "[net][V1.8.63 V 00:00:00:1 200]retry\n\n[netd][V1.8.63 E 00:00:01:0 300]Link down\n\n"
-    "[cam][V1.8.63 I 00:00:02:0 100]cam stopped\n\n";
+    "[net][V" QELTEST_VERSION " V 00:00:00:1 200]retry\n\n"
+    "[netd][V" QELTEST_VERSION " E 00:00:01:0 300]Link down\n\n"
+    "[cam][V" QELTEST_VERSION " I 00:00:02:0 100]cam stopped\n\n";
 const char kFirst[] = "logs/QelLog2026-11-16-23-59-00-0.log";
 const char kSecond[] = "logs/QelLog2026-11-17-00-00-00-0.log";
 
@@ -78,7 +80,7 @@ TEST_F(QellogFindTest, FiltersAloneAndCombinedAndTheLastRecords) {
 
 TEST_F(QellogFindTest, ColourAndTimestamps) {
     const std::string coloured =
-        "\x1b[36m[cam][V1.8.63 \x1b[0m\x1b[32mI\x1b[0m\x1b[36m 00:00:02:0 100]\x1b[0m"
+        "\x1b[36m[cam][V" QELTEST_VERSION " \x1b[0m\x1b[32mI\x1b[0m\x1b[36m 00:00:02:0 100]\x1b[0m"
         "cam stopped\n\n";
     setenv("NO_COLOR", "1", 1);  // the command line wins over the environment
     EXPECT_EQ(coloured, run({"cat", "--color=always", "-n", "1", "logs"}).out);

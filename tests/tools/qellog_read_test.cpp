@@ -88,7 +88,7 @@ protected:
 
 // A record as the writer writes it, for folders made by hand.
 std::string line(const std::string& text, const std::string& module = "m") {
-    return "[" + module + "][V1.8.63 I 10:00:00:0 7]" + text + "\n\n";
+    return "[" + module + "][V" QELTEST_VERSION " I 10:00:00:0 7]" + text + "\n\n";
 }
 
 bool holds(const std::string& text, const std::string& part) {
@@ -102,7 +102,7 @@ std::vector<Written> awkwardRecords() {
         {"cam", QEL_LOG_WARNING, std::string(1700, 'a') + "\nend of a"},
         {"cam", QEL_LOG_INFO, "two\nlines"}, {"cam", QEL_LOG_INFO, "empty line\n\ninside"},
         {"cam", QEL_LOG_ERROR, "ends with a line feed\n"}, {"cam", QEL_LOG_INFO, ""},
-        {"a]b", QEL_LOG_INFO, "[not][a header]\n\n[x][V1.8.63 Q 1:2:3:4 5]still text"},
+        {"a]b", QEL_LOG_INFO, "[not][a header]\n\n[x][V" QELTEST_VERSION " Q 1:2:3:4 5]still text"},
         {"net", QEL_LOG_WARNING, "quote \" backslash \\ tab \t caf\xc3\xa9 \x01"},
         {"net", QEL_LOG_INFO, std::string(2047, 'z')}, {std::string(127, 'm'), QEL_LOG_ERROR, ""},
         {"a\nb]c", static_cast<QelLogLevel>(7), "a level without a letter"}};
@@ -211,11 +211,12 @@ TEST_F(QellogReadTest, ForkedWritersReadBackWholeAndHeldFilesStay) {
 // named just after it.
 TEST_F(QellogReadTest, TearsAndNulTailsAreNeverGlued) {
     fs::create_directory(m_logs);
-    const std::string forged = "[x][V1.8.63 E 00:00:00:0 1]forged";
-    writeFile(m_logs / "QelLog2025-12-31-23-59-59-990.log", "[m][V1.8.63 I 23:59:59:995 7]one\n\n"
-              "[m][V1.8.63 W 00:00:00:3 7]two " + std::string(150, 'x'));
+    const std::string forged = "[x][V" QELTEST_VERSION " E 00:00:00:0 1]forged";
+    writeFile(m_logs / "QelLog2025-12-31-23-59-59-990.log",
+              "[m][V" QELTEST_VERSION " I 23:59:59:995 7]one\n\n"
+              "[m][V" QELTEST_VERSION " W 00:00:00:3 7]two " + std::string(150, 'x'));
     writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log",
-              forged + "\n\n[d]]][V1.8.63 E 23:59:59:999 8]three\n\n");
+              forged + "\n\n[d]]][V" QELTEST_VERSION " E 23:59:59:999 8]three\n\n");
     writeFile(m_logs / "QelLog2026-01-01-10-00-02-0.log", line("four") + line("to").substr(0, 29));
     writeFile(m_logs / "QelLog2026-01-01-10-00-03-0.log", "rn\n\n" + line("five"));
     writeFile(m_logs / "QelLog2026-01-01-10-00-04-0.log", line("six") + std::string(64, '\0'));
@@ -281,7 +282,7 @@ TEST_F(QellogReadTest, FollowStopsWholeOnAnySignalsAndResumesExactly) {
     EXPECT_EQ(0, one.stop(SIGINT));
     const std::string out1 = readFile(one.out);
     ASSERT_TRUE(!out1.empty() && out1.back() == '\n');
-    writeFile(file, big + line("4000") + "[m][V1.8.63 I 10:00:00:0 7]split ");
+    writeFile(file, big + line("4000") + "[m][V" QELTEST_VERSION " I 10:00:00:0 7]split ");
     Follower two(m_dir, "out2", followArgs());
     const std::size_t rest = 4001 - countOf(out1, "\n");
     EXPECT_EQ(rest, two.lines(rest));
