@@ -37,37 +37,30 @@ extern "C" int inotify_init1(int flags) {
 
 namespace {
 
-const char* const kModes[] = {"delete",        "rename",         "create",
-                              "file",          "link",           "folder",
-                              "folder-moved",  "folder-removed", "ancestor-moved",
-                              "queue-overflow"};
+const char* const kModes[] = {"delete", "rename", "create", "file", "link", "folder",
+                              "folder-moved", "folder-removed", "ancestor-moved", "queue-overflow"};
 
 // Takes the current file `file` of the folder `logs`, which lies in `top`, away as `mode` says.
 bool takeAway(const std::string& mode, const std::string& top, const std::string& logs,
               const std::string& file) {
     const char* name = file.c_str();
-    if (mode == "delete") {
-        return unlink(name) == 0;
-    } else if (mode == "rename") {
-        return rename(name, (file + ".1").c_str()) == 0;
-    } else if (mode == "create" || mode == "file") {  // "create": what logrotate does
+    if (mode == "delete") return unlink(name) == 0;
+    if (mode == "rename") return rename(name, (file + ".1").c_str()) == 0;
+    if (mode == "create" || mode == "file") {  // "create": what logrotate does
         if ((mode == "create" ? rename(name, (file + ".1").c_str()) : unlink(name)) != 0) {
             return false;
         }
         writeFile(file, mode == "file" ? "planted" : "");
         return access(name, F_OK) == 0;
-    } else if (mode == "link") {
-        return unlink(name) == 0 && symlink((top + "/../victim").c_str(), name) == 0;
-    } else if (mode == "folder") {
-        return unlink(name) == 0 && mkdir(name, 0755) == 0;
-    } else if (mode == "folder-moved") {
-        return rename(logs.c_str(), (logs + "-old").c_str()) == 0;
-    } else if (mode == "folder-removed") {
+    }
+    if (mode == "link") return unlink(name) == 0 && symlink("../../victim", name) == 0;
+    if (mode == "folder") return unlink(name) == 0 && mkdir(name, 0755) == 0;
+    if (mode == "folder-moved") return rename(logs.c_str(), (logs + "-old").c_str()) == 0;
+    if (mode == "folder-removed") {
         removeTree(logs);
         return true;
-    } else if (mode == "ancestor-moved") {
-        return rename(top.c_str(), (top + "-old").c_str()) == 0;
     }
+    if (mode == "ancestor-moved") return rename(top.c_str(), (top + "-old").c_str()) == 0;
     // More changes in the folder than the kernel queues for a watch, then the delete, whose
     // own report is lost in the overflow.
     const int queued = std::stoi(readFile("/proc/sys/fs/inotify/max_queued_events"));
