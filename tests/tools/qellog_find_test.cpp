@@ -51,10 +51,7 @@ protected:
 TEST_F(QellogFindTest, FiltersAloneAndCombinedAndTheLastRecords) {
     const std::string all =
         "cam started|link slow|frame lost\nsecond line|retry|Link down|cam stopped";
-    const struct {
-        std::vector<std::string> args;
-        std::string texts;
-    } cases[] = {
+    const struct { std::vector<std::string> args; std::string texts; } cases[] = {
         {{}, all},
         {{"--level", "warning"}, "link slow|frame lost\nsecond line|Link down"},
         {{"-l", "e"}, "frame lost\nsecond line|Link down"},
@@ -160,12 +157,8 @@ TEST_F(QellogFindTest, FollowStartsFromTheEnd) {
 }
 
 TEST_F(QellogFindTest, CommandLineTraps) {
-    const struct {
-        std::vector<std::string> args;
-        int exitCode;
-        const char* out;  // a part of standard output
-        const char* err;  // a part of standard error
-    } cases[] = {
+    // A part of standard output and one of standard error.
+    const struct { std::vector<std::string> args; int exitCode; const char *out, *err; } cases[] = {
         {{"-f", "logs"}, 2, "", "unknown option '-f': to read a log folder use qellog cat"},
         {{"logs"}, 2, "", "'logs' is a folder: to read it, qellog cat logs"},
         {{"-l", "warning", "--", "logs"}, 0, "[qellog][V" QELTEST_VERSION " W ", ""},

@@ -41,14 +41,14 @@ struct Follower {
 
     Follower(const std::string& dir, const char* name, const std::vector<std::string>& args)
         : out(dir + "/" + name) {
-        const std::string err = out + ".err";
         std::vector<char*> argv{const_cast<char*>(QELLOG_PATH)};
         for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
         argv.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT, 0644);
-        posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT, 0644);
+        posix_spawn_file_actions_addopen(&actions, 2, (out + ".err").c_str(),
+                                         O_WRONLY | O_CREAT, 0644);
         EXPECT_EQ(0, posix_spawn(&pid, QELLOG_PATH, &actions, nullptr, argv.data(), environ));
         posix_spawn_file_actions_destroy(&actions);
     }
