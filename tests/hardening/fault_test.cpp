@@ -1,7 +1,6 @@
 // Faults of the disk, the file system and the host process while logging, each scenario in a child
 // with a watchdog: a hang fails the test instead of stalling the suite.
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -96,18 +95,6 @@ long missingRecords(const std::vector<long>& logged) {
     return std::accumulate(logged.begin(), logged.end(), 0L) - seen;
 }
 
-// The name the writer gives a file made `offsetMs` from now in the working directory.
-std::string logNameAt(int offsetMs) {
-    const auto at = std::chrono::system_clock::now() + std::chrono::milliseconds(offsetMs);
-    const long long ms =
-        std::chrono::duration_cast<std::chrono::milliseconds>(at.time_since_epoch()).count();
-    const time_t seconds = static_cast<time_t>(ms / 1000);
-    tm local;
-    char name[64];
-    strftime(name, sizeof(name), "QelLog%Y-%m-%d-%H-%M-%S-", localtime_r(&seconds, &local));
-    return name + std::to_string(ms % 1000) + ".log";
-}
-
 bool setSoftLimit(int resource, rlim_t value) {
     struct rlimit limit;
     getrlimit(resource, &limit);
@@ -126,8 +113,14 @@ TEST(FileCreationTest, PlantedFilesAndLinksAreNeverFollowedOrEmptied) {
         const std::string victim = std::filesystem::current_path() / "victim";
         std::ofstream(victim) << "victim";
         std::set<std::string> planted;
-        for (int ms = 0; ms < 1500; ++ms) {
-            const std::string name = logNameAt(ms);
+        for (int ms = 0; ms < 1500; ++ms) {  // the name of a file made `ms` from now
+            const long long at = std::chrono::duration_cast<std::chrono::milliseconds>(
+                std::chrono::system_clock::now().time_since_epoch()).count() + ms;
+            const time_t seconds = static_cast<time_t>(at / 1000);
+            tm t;
+            char stamp[64];
+            strftime(stamp, sizeof(stamp), "QelLog%Y-%m-%d-%H-%M-%S-", localtime_r(&seconds, &t));
+            const std::string name = stamp + std::to_string(at % 1000) + ".log";
             const std::string target = ms % 3 == 1 ? victim : victim + std::to_string(ms);
             if (!planted.insert(name).second) continue;
             if (ms % 3 == 0) std::ofstream(name) << "planted";

@@ -32,20 +32,6 @@ protected:
         writeFile(m_dir / kFirst, kBefore);
         writeFile(m_dir / kSecond, kAfter);
     }
-    // The texts of the records that `qellog cat ARGS logs` prints, joined by "|".
-    std::string texts(std::vector<std::string> args) {
-        args.insert(args.begin(), "cat");
-        args.push_back("logs");
-        const ChildResult result = run(args);
-        EXPECT_EQ(0, result.exitCode) << result.err;
-        std::string joined;
-        for (std::size_t at = 0, end; (end = result.out.find("\n\n", at)) != std::string::npos;
-             at = end + 2) {
-            const std::size_t text = result.out.find(']', result.out.find("][V", at) + 3) + 1;
-            joined += (joined.empty() ? "" : "|") + result.out.substr(text, end - text);
-        }
-        return joined;
-    }
 };
 
 TEST_F(QellogFindTest, FiltersAloneAndCombinedAndTheLastRecords) {
@@ -70,8 +56,18 @@ TEST_F(QellogFindTest, FiltersAloneAndCombinedAndTheLastRecords) {
         {{"--lines", "1", "-l", "W", "--tid", "200"}, "link slow"},
         {{"-n", "6"}, all},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.texts, texts(c.args)) << ::testing::PrintToString(c.args);
+    for (const auto& c : cases) {  // the texts that `qellog cat ARGS logs` prints, joined by "|"
+        std::vector<std::string> args{"cat", "logs"};
+        args.insert(args.begin() + 1, c.args.begin(), c.args.end());
+        const ChildResult result = run(args);
+        EXPECT_EQ(0, result.exitCode) << result.err;
+        std::string joined;
+        for (std::size_t at = 0, end; (end = result.out.find("\n\n", at)) != std::string::npos;
+             at = end + 2) {
+            const std::size_t text = result.out.find(']', result.out.find("][V", at) + 3) + 1;
+            joined += (joined.empty() ? "" : "|") + result.out.substr(text, end - text);
+        }
+        EXPECT_EQ(c.texts, joined) << ::testing::PrintToString(c.args);
     }
 }
 

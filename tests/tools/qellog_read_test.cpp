@@ -95,10 +95,10 @@ bool holds(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-// Texts that a line-based reader gets wrong: line breaks, empty lines, things that look like
-// the start of a record, and texts longer than the file size limit.
-std::vector<Written> awkwardRecords() {
-    std::vector<Written> records = {
+TEST_F(QellogReadTest, CatGivesBackEveryRecordWholeAcrossSplitFiles) {
+    // Texts that a line-based reader gets wrong: line breaks, empty lines, things that look like
+    // the start of a record, and texts longer than the file size limit.
+    std::vector<Written> written = {
         {"cam", QEL_LOG_WARNING, std::string(1700, 'a') + "\nend of a"},
         {"cam", QEL_LOG_INFO, "two\nlines"}, {"cam", QEL_LOG_INFO, "empty line\n\ninside"},
         {"cam", QEL_LOG_ERROR, "ends with a line feed\n"}, {"cam", QEL_LOG_INFO, ""},
@@ -108,14 +108,9 @@ std::vector<Written> awkwardRecords() {
         {"a\nb]c", static_cast<QelLogLevel>(7), "a level without a letter"}};
     for (int i = 0; i < 40; ++i) {
         const std::string text = "record " + std::to_string(i) + std::string(i * 53 % 1700, 'q');
-        records.push_back({"seq", QEL_LOG_INFO, text + (i % 3 == 0 ? "\n\n" : "") + "tail"});
+        written.push_back({"seq", QEL_LOG_INFO, text + (i % 3 == 0 ? "\n\n" : "") + "tail"});
     }
-    records.push_back({"seq", QEL_LOG_INFO, "the last record"});
-    return records;
-}
-
-TEST_F(QellogReadTest, CatGivesBackEveryRecordWholeAcrossSplitFiles) {
-    std::vector<Written> written = awkwardRecords();
+    written.push_back({"seq", QEL_LOG_INFO, "the last record"});
     openLogs(777);
     for (const Written& w : written) qelLogSimplify(w.module.c_str(), w.level, w.text.c_str());
     ASSERT_EQ(0, qelLogConfigFileWriter(false));
