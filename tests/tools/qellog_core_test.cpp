@@ -17,17 +17,14 @@ using namespace qellog;
 
 namespace {
 
-// argv for a parser, kept alive by the object.
-struct Argv {
-    std::vector<std::string> words;
-    std::vector<char*> pointers;
-    explicit Argv(std::vector<std::string> args) : words(std::move(args)) {
-        for (std::string& word : words) pointers.push_back(&word[0]);
-        pointers.push_back(nullptr);
-    }
-    int argc() const { return static_cast<int>(words.size()); }
-    char** argv() { return pointers.data(); }
-};
+// Calls `parser` with `words` as its argc and argv, then `rest`.
+template <typename Parser, typename... Rest>
+int parse(Parser parser, const std::vector<std::string>& words, Rest&... rest) {
+    std::vector<char*> argv;
+    for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
+    argv.push_back(nullptr);
+    return parser(static_cast<int>(words.size()), argv.data(), rest...);
+}
 
 TEST(QellogParsers, NumbersSizesAndCodes) {
     const struct { const char* text; std::uint64_t max, value; } sizes[] = {  // value 1: refused
@@ -64,17 +61,15 @@ TEST(QellogParsers, LoggingCommandLine) {
         {{"qellog", "-x", "z"}, "bad error code 'z' for --explain: expected hexadecimal "
                                 "0x8030CCII or decimal"}};
     for (const auto& c : refused) {
-        Argv argv(c.args);
         Options options;
         std::string error;
-        EXPECT_FALSE(parseOptions(argv.argc(), argv.argv(), options, error) || error != c.error)
-            << error;
+        EXPECT_FALSE(parse(parseOptions, c.args, options, error) || error != c.error) << error;
     }
-    Argv argv({"qellog", "-m", "cam", "-l", "Warning", "-t", "V", "-d", "logs", "-s", "2K",
-               "--no-console", "a", "b"});
-    Options o;
+    const std::vector<std::string> words = {"qellog", "-m", "cam", "-l", "Warning", "-t", "V",
+                                            "-d", "logs", "-s", "2K", "--no-console", "a", "b"};
+    Options o;  // it points into the words
     std::string error;
-    ASSERT_TRUE(parseOptions(argv.argc(), argv.argv(), o, error)) << error;
+    ASSERT_TRUE(parse(parseOptions, words, o, error)) << error;
     EXPECT_EQ("cam logs", std::string(o.module) + " " + o.folder);
     EXPECT_TRUE(o.level == QEL_LOG_WARNING && o.threshold == QEL_LOG_VERBOSE && o.hasThreshold);
     EXPECT_TRUE(o.hasMaxSize && o.maxSize == 2048 && !o.console && o.words.size() == 2);
@@ -84,13 +79,12 @@ TEST(QellogParsers, PruneArgumentsAndChoice) {
     for (const auto& args : std::vector<std::vector<std::string>>{
              {"prune", "logs"}, {"prune", "logs", "-k", "x"}, {"prune", "logs", "-s", "1Q"},
              {"prune", "logs", "-o", "-1"}, {"prune", "a", "b", "-k", "1"}}) {
-        Argv argv(args);
         PruneRequest request;
-        EXPECT_EQ(2, parsePruneArguments(argv.argc(), argv.argv(), request)) << args.back();
+        EXPECT_EQ(2, parse(parsePruneArguments, args, request)) << args.back();
     }
     PruneRequest request;
-    Argv argv({"prune", "logs", "-s", "1K", "-o", "0.5", "--dry-run"});
-    ASSERT_EQ(0, parsePruneArguments(argv.argc(), argv.argv(), request));
+    ASSERT_EQ(0, parse(parsePruneArguments, {"prune", "logs", "-s", "1K", "-o", "0.5", "--dry-run"},
+                       request));
     EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep &&
                 request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");
 
