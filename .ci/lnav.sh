@@ -9,12 +9,9 @@ cd "$(dirname "$0")/.."
 root=$PWD
 build=${1:-build}
 
-if ! command -v lnav >/dev/null 2>&1; then
-    export DEBIAN_FRONTEND=noninteractive
-    if ! { apt-get update && apt-get install -y --no-install-recommends lnav; }; then
-        echo "lnav check skipped: the lnav package cannot be installed here"
-        exit 0
-    fi
+if ! command -v lnav >/dev/null 2>&1 && ! bash .ci/install-missing.sh lnav; then
+    echo "lnav check skipped: the lnav package cannot be installed here"
+    exit 0
 fi
 cmake --build "$build" -j2 --target qellog
 qellog=$root/$build/tools/qellog/qellog

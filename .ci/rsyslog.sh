@@ -12,11 +12,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 build=${1:-build}
 
-if ! command -v rsyslogd >/dev/null 2>&1; then
-    export DEBIAN_FRONTEND=noninteractive
-    apt-get update
-    apt-get install -y --no-install-recommends rsyslog
-fi
+command -v rsyslogd >/dev/null 2>&1 || bash .ci/install-missing.sh rsyslog
 cmake --build "$build" -j2 --target qel qellog
 
 work=$(mktemp -d /tmp/qel-rsyslog.XXXXXX)
