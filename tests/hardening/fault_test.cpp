@@ -1,10 +1,12 @@
 // Faults of the disk, the file system and the host process while logging, each scenario in a child
 // with a watchdog: a hang fails the test instead of stalling the suite.
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -31,6 +34,38 @@
 #include "support/test_support.h"
 
 using namespace qeltest;
+
+// Stand-ins for the C library's, for the scenarios to steer: the names of g_looksFree look free
+// to the check before a creation; mkdir removes the folder it made (the next levels and the file then miss it);
+// the monotonic clock skips ahead.
+static const std::set<std::string>* g_looksFree = nullptr;
+static int g_foldersToRemove = 0;
+static long long g_skippedNs = 0;
+
+extern "C" int lstat64(const char* path, struct stat64* status) {
+    const char* slash = strrchr(path, '/');
+    if (g_looksFree != nullptr && g_looksFree->count(slash != nullptr ? slash + 1 : path) > 0) {
+        return errno = ENOENT, -1;
+    }
+    return static_cast<int>(syscall(SYS_newfstatat, AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW));
+}
+
+extern "C" int mkdir(const char* path, mode_t mode) {
+    const int result = static_cast<int>(syscall(SYS_mkdir, path, mode));
+    if (result == 0 && g_foldersToRemove > 0) {
+        --g_foldersToRemove;
+        rmdir(path);
+    }
+    return result;
+}
+
+extern "C" int clock_gettime(clockid_t clock, struct timespec* now) {
+    const int result = static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+    const long long ns = now->tv_nsec + (clock == CLOCK_MONOTONIC ? g_skippedNs : 0);
+    now->tv_sec += ns / 1000000000;
+    now->tv_nsec = ns % 1000000000;
+    return result;
+}
 
 namespace {
 
@@ -128,9 +163,11 @@ TEST(FileCreationTest, PlantedFilesAndLinksAreNeverFollowedOrEmptied) {
         }
         CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogSetMaxSize(250) == 0);
         CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
+        g_looksFree = &planted;  // as if each were taken between the check and the creation
         for (int i = 0; i < 150; ++i) {
             qelLogSimplify("plant", QEL_LOG_INFO, ("rec-" + std::to_string(i)).c_str());
         }
+        g_looksFree = nullptr;
         CHILD_CHECK(qelLogConfigFileWriter(false) == 0);
         CHILD_CHECK(readFile(victim) == "victim");
         for (int ms = 0; ms < 1500; ++ms) {
@@ -232,15 +269,25 @@ TEST(FaultTest, FullDiskNoDescriptorsAndRemovedFoldersCostOnlyTheRecordsThatMeet
         // write is dropped rather than kept without bound (at most one buffer of 8 KiB survives).
         removeTree("logs");
         writeFile("logs", "a file where the folder should be");
-        for (int i = 0; i < 2000; ++i) {
+        for (int i = 0; i < 2000; ++i) {  // five failed retries: the pause grows to 1.6 s
+            if (i % 400 == 0) g_skippedNs += 20000000000LL;
             qelLogSimplify("rmrf", QEL_LOG_INFO, ("blocked-" + std::to_string(i)).c_str());
         }
         removeTree("logs");
-        qel::sleepMs(800);
+        g_skippedNs += 20000000000LL;
+        g_foldersToRemove = 2;  // the folder goes twice between mkdir and the file: made again
         CHILD_CHECK(qelLogSimplify("rmrf", QEL_LOG_WARNING, "back") == 0);
         const std::string after = concatenatedLogs("logs/a/b");
         CHILD_CHECK(after.find("]back\n\n") != std::string::npos && after.size() < 8192 + 100);
         CHILD_CHECK(logFiles("logs/a/b").size() == 1);
+        // An outage that ended is forgotten: the next one waits the first pause again.
+        removeTree("logs");
+        writeFile("logs", "a file where the folder should be");
+        qelLogSimplify("rmrf", QEL_LOG_WARNING, "lost");
+        removeTree("logs");
+        g_skippedNs += 1000000000LL;
+        qelLogSimplify("rmrf", QEL_LOG_WARNING, "back again");
+        CHILD_CHECK(concatenatedLogs("logs/a/b").find("]back again\n\n") != std::string::npos);
         return 0;
     });
     EXPECT_CHILD_OK(result);
