@@ -312,6 +312,16 @@ TEST_F(QellogReadTest, FollowWaitsForTheRestOfARecordAndReadsEveryGrowingFile) {
     EXPECT_EQ(std::vector<std::string>({"first\n\nsecond half", "after a pause", "child", "next"}),
               textsOf(parseJsonLines(readFile(follower.out))));
     EXPECT_TRUE(holds(readFile(follower.out + ".err"), "at byte 47: the record before was taken"));
+    // A writer that never pauses keeps its last record open: follow -n still ends its catch-up.
+    const std::string busy = m_dir / "busy" / "QelLog2026-01-01-10-00-00-0.log";
+    fs::create_directory(m_dir / "busy");
+    writeFile(busy, line("done") + line("open"));
+    Follower tail(m_dir, "tail", {"follow", "-n", "1", m_dir / "busy"});
+    for (int i = 0; i < 500 && tail.lines(2, 0) < 2; ++i) {
+        std::ofstream(busy, std::ios::app) << "more\n";
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_EQ(line("done"), readFile(tail.out));
 }
 
 }  // namespace
