@@ -35,9 +35,9 @@
 
 using namespace qeltest;
 
-// Stand-ins for the C library's, for the scenarios to steer: the names of g_looksFree look free
-// to the check before a creation; mkdir removes the folder it made (the next levels and the file then miss it);
-// the monotonic clock skips ahead.
+// Stand-ins for the C library's, for the scenarios to steer: the names in g_looksFree look free
+// to the check before a creation; mkdir removes the folder it made (what goes in it then misses
+// it); the monotonic clock skips ahead.
 static const std::set<std::string>* g_looksFree = nullptr;
 static int g_foldersToRemove = 0;
 static long long g_skippedNs = 0;
