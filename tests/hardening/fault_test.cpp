@@ -80,10 +80,9 @@ std::vector<long> runThreads(std::vector<long> next, long count, int moves) {
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([t, count, &moving, &next] {
-            char text[64];
             for (const long end = next[t] + count; next[t] < end || moving; ++next[t]) {
-                snprintf(text, sizeof(text), "t%d n%ld", t, next[t]);
-                qelLogSimplify("soak", QEL_LOG_INFO, text);
+                const std::string text = "t" + std::to_string(t) + " n" + std::to_string(next[t]);
+                qelLogSimplify("soak", QEL_LOG_INFO, text.c_str());
             }
         });
     }
