@@ -7,7 +7,6 @@
 #include <sys/syscall.h>
 
 #include <regex>
-#include <set>
 #include <sstream>
 
 #include "tools/qellog_fixture.h"
@@ -139,49 +138,6 @@ TEST_F(QellogReadTest, CatGivesBackEveryRecordWholeAcrossSplitFiles) {
                                                 foreign.text);
     written.erase(written.begin());  // between them: every other record whole
     expectRecords(written, std::vector<Parsed>(parsed.begin() + 1, parsed.end() - 1));
-}
-
-
-// A parent with four threads and three forked children log into files of 300 bytes: each
-// child's files sort between the parent's, whose records go on across them. cat joins every
-// split record to the file it continues.
-TEST_F(QellogReadTest, ForkedWritersReadBackWhole) {
-    ASSERT_TRUE(qelLogSetMaxSize(300) == 0 && qelLogSetFileFolder(m_logs.c_str()) == 0);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < 60; ++i) {
-                const std::string key = "p" + std::to_string(t) + "-" + std::to_string(i);
-                const std::string text = key + std::string(i * 37 % 150, 'x');
-                qelLogSimplify("parent", QEL_LOG_WARNING, text.c_str());
-            }
-        });
-    }
-    for (int c = 0; c < 3; ++c) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        const pid_t child = fork();
-        for (int i = 0; child == 0 && i < 5; ++i) {
-            qelLogSimplify("child", QEL_LOG_ERROR, ("c" + std::to_string(c * 10 + i)).c_str());
-        }
-        if (child == 0) _exit(0);
-        waitpid(child, nullptr, 0);
-    }
-    for (std::thread& thread : threads) thread.join();
-    ASSERT_EQ(0, qelLogConfigFileWriter(false));
-
-    std::string err;
-    const std::vector<Parsed> parsed = json({"cat", "--json", "logs"}, err);
-    EXPECT_EQ("", err);
-    std::set<std::string> seen;  // each record once, whole, with its own header
-    for (const Parsed& p : parsed) {
-        const std::string key = p.text.substr(0, p.text.find('x'));
-        const bool parent = key[0] == 'p';
-        const std::size_t xs = parent ? std::stoi(key.substr(key.find('-') + 1)) * 37 % 150 : 0;
-        EXPECT_EQ((parent ? "parent W " : "child E ") + key + std::string(xs, 'x'),
-                  p.module + " " + p.level + " " + p.text);
-        EXPECT_TRUE(seen.insert(key).second) << key;
-    }
-    EXPECT_EQ(4u * 60 + 3 * 5, seen.size());
 }
 
 // Folders made by hand: a record split right before a text that looks like a header, a file
