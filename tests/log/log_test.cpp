@@ -5,8 +5,10 @@
 
 #include <atomic>
 #include <climits>
+#include <cstdarg>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,6 +19,7 @@
 #include <qel/log.h>
 #include <qel/thread.h>
 #include <qel/timeutils.h>
+#include <qel/version.h>
 
 #include "log/qel_log.h"
 #include "log/qel_log_stream_base.h"
@@ -107,35 +110,86 @@ extern "C" int gettimeofday(struct timeval* tv, void*) noexcept {
     return 0;
 }
 
-// What reaches the console, in order: the threshold, fields cut at their size, the error slot
-// in lower-case hexadecimal, the console switched off and on, each record's thread. At fixed
-// instants the timestamp text is local time and the record's time its tail, milliseconds
-// unpadded; a new second and a new zone show at once.
-TEST(LogRecordsTest, ThresholdFieldsErrnoAndStamps) {
-    // Looked up before the fork: the child, a copy of this thread, must stamp its own id.
-    const long parentId = qel::ThreadWrapper::getThreadId();
-    const int millis[] = {0, 5, 9, 10, 99, 100, 999, 1045};
-    auto result = runChild([&] {
+// A record passes when its level is at least the threshold, compared as signed numbers; the
+// threshold starts at I, takes any value, and an enumerated module's level changes nothing.
+TEST(LogRecordsTest, GlobalThresholdDropsWhatIsBelowIt) {
+    auto result = runChild([] {
         CHILD_CHECK(qelLogGetGlobalLevel() == QEL_LOG_INFO);
         qelLogSimplify("cam", QEL_LOG_VERBOSE, "dropped");
-        qelLogSimplify(std::string(200, 'm').c_str(), QEL_LOG_INFO, "");
+        qelLogSimplify("cam", QEL_LOG_INFO, "at the start");
         CHILD_CHECK(qelLogSetGlobalLevel(QEL_LOG_ERROR) == 0);
         qelLogSimplify("cam", QEL_LOG_WARNING, "dropped");
-        qelLogSimplify("cam", QEL_LOG_ERROR, std::string(2047, 'f').c_str());
+        qelLogSimplify("cam", QEL_LOG_ERROR, "at E");
         CHILD_CHECK(qelLogSetModuleLevel(QEL_MODULE_DEVICE, QEL_LOG_VERBOSE) == 0);
         qelLogSimplify("cam", QEL_LOG_VERBOSE, "dropped");
         CHILD_CHECK(qelLogSetGlobalLevel(static_cast<QelLogLevel>(-5)) == 0);
-        qelLogSimplify("cam", static_cast<QelLogLevel>(-3), (std::string(2047, 'c') + "X").c_str());
-        CHILD_CHECK(qelLogErrno("err") == 0);  // slot at 0: nothing is logged
+        qelLogSimplify("cam", static_cast<QelLogLevel>(-3), "below zero");
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
+    EXPECT_EQ("cam I at the start|cam E at E|cam ? below zero|", summary(result.out));
+    EXPECT_TRUE(logFiles(result.dir).empty()) << "no file before the writer is on";
+}
+
+// Every field is cut at its size less one; NULL strings give empty fields.
+TEST(LogRecordsTest, FieldsAreCutAtTheirSize) {
+    auto result = runChild([] {
+        qelLogSimplify(std::string(200, 'm').c_str(), QEL_LOG_INFO, "");
+        qelLogSimplify("cam", QEL_LOG_ERROR, std::string(2047, 'f').c_str());
+        qelLogSimplify("cut", QEL_LOG_ERROR, (std::string(2047, 'c') + "X").c_str());
+        CHILD_CHECK(qelLogWrite(nullptr, QEL_LOG_WARNING, nullptr, 0, nullptr, nullptr) == 0);
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
+    EXPECT_EQ(std::string(127, 'm') + " I |cam E " + std::string(2047, 'f') + "|cut E " +
+                  std::string(2047, 'c') + "| W |",
+              summary(result.out));
+}
+
+// The error slot is logged in lower-case hexadecimal at E, and kept; at 0 nothing is logged.
+// Records logged while the console writer is off never show on it.
+TEST(LogRecordsTest, ErrnoAndConsoleSwitch) {
+    auto result = runChild([] {
+        CHILD_CHECK(qelLogErrno("err") == 0);
         *ErrnoLocal() = static_cast<int>(0x8030010Au);
         CHILD_CHECK(qelLogErrno("err") == 0 && *ErrnoLocal() == static_cast<int>(0x8030010Au));
         CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogConfigConsoleWriter(false) == 0);
         qelLogSimplify("cam", QEL_LOG_ERROR, "nowhere");
         CHILD_CHECK(qelLogConfigConsoleWriter(true) == 0 && qelLogConfigConsoleWriter(true) == 0);
-        CHILD_CHECK(qelLogWrite(nullptr, QEL_LOG_WARNING, nullptr, 0, nullptr, nullptr) == 0);
+        qelLogSimplify("cam", QEL_LOG_ERROR, "back");
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
+    EXPECT_EQ("err E Errno:0x8030010a|cam E back|", summary(result.out));
+}
+
+// A record carries the kernel id of the thread that made it: the process id on the main thread.
+TEST(LogRecordsTest, RecordsCarryTheirThreadId) {
+    // Looked up before the fork: the child, a copy of this thread, must stamp its own id.
+    const long parentId = qel::ThreadWrapper::getThreadId();
+    auto result = runChild([] {
+        qelLogSimplify("main", QEL_LOG_INFO, "");
         std::thread([] {
-            qelLogSimplify("t", QEL_LOG_INFO, std::to_string(syscall(SYS_gettid)).c_str());
+            qelLogSimplify("other", QEL_LOG_INFO, std::to_string(syscall(SYS_gettid)).c_str());
         }).join();
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
+    std::map<std::string, Record> byModule;
+    for (const Record& record : parseRecords(result.out)) {
+        byModule.emplace(record.module, record);
+    }
+    ASSERT_EQ(2u, byModule.size()) << result.out;
+    EXPECT_EQ(result.pid, byModule["main"].tid);
+    EXPECT_NE(parentId, byModule["main"].tid);
+    EXPECT_EQ(std::stol(byModule["other"].text), byModule["other"].tid);
+}
+
+// At fixed instants the timestamp text is local time and the record's time its tail,
+// milliseconds unpadded; a new second and a new zone show at once.
+TEST(LogRecordsTest, TimeOfDayFollowsTheClockAndTheZone) {
+    const int millis[] = {0, 5, 9, 10, 99, 100, 999, 1045};
+    auto result = runChild([&] {
         setenv("TZ", "QEL-05:30", 1);
         tzset();
         for (int ms : millis) {
@@ -148,27 +202,58 @@ TEST(LogRecordsTest, ThresholdFieldsErrnoAndStamps) {
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    const auto lines = parseRecords(result.out);
-    ASSERT_EQ(15u, lines.size()) << result.out;
-    const std::vector<std::vector<std::string>> expected = {{std::string(127, 'm'), "I", ""},
-        {"cam", "E", std::string(2047, 'f')}, {"cam", "?", std::string(2047, 'c')},
-        {"err", "E", "Errno:0x8030010a"}, {"", "W", ""}};
-    for (size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(expected[i], (std::vector<std::string>{lines[i].module, lines[i].level,
-                                                         lines[i].text}));
-        EXPECT_EQ(result.pid, lines[i].tid);  // the main thread's id is the process id
-    }
-    EXPECT_NE(parentId, lines[0].tid);
-    EXPECT_EQ(std::stol(lines[5].text), lines[5].tid);
-    for (size_t i = 0; i < 8; ++i) {
+    std::vector<std::string> expected, stamped;
+    for (int ms : millis) {
         const std::string time =
-            (millis[i] < 1000 ? "03:17:23:" : "03:17:24:") + std::to_string(millis[i] % 1000);
-        EXPECT_EQ("2026-11-17-" + time, lines[6 + i].text);
-        EXPECT_EQ(time, lines[6 + i].time);
+            (ms < 1000 ? "03:17:23:" : "03:17:24:") + std::to_string(ms % 1000);
+        expected.push_back("2026-11-17-" + time + " at " + time);
     }
-    EXPECT_EQ("2026-11-16-21:47:24:45", lines[14].text);
-    EXPECT_EQ("21:47:24:45", lines[14].time);
-    EXPECT_TRUE(logFiles(result.dir).empty()) << "no file before the writer is on";
+    expected.push_back("2026-11-16-21:47:24:45 at 21:47:24:45");
+    for (const Record& record : parseRecords(result.out)) {
+        stamped.push_back(record.text + " at " + record.time);
+    }
+    EXPECT_EQ(expected, stamped);
+}
+
+// Formats through the va_list entry point; no format check, so that a NULL format can be passed.
+static int formatV(const char* module, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    const int result = qelLogFormatV(module, QEL_LOG_INFO, format, args);
+    va_end(args);
+    return result;
+}
+
+// A formatted text is what snprintf makes of the format and values, cut like a copied text at
+// 2047 bytes and then before a UTF-8 character the cut split. A record below its threshold is
+// not formatted: its value, which formatting would read at address 1, is never read.
+TEST(LogFormatTest, TextIsThePrintfTextCutBeforeASplitCharacter) {
+    const std::string pad(2045, 'p');
+    const char* const e = "\xC3\xA9";  // two bytes
+    auto result = runChild([&] {
+        qelLogFormat("fmt", QEL_LOG_INFO, "%d|%5.2f|%-4s|%x|%c|%%", -42, 3.14159, "ab", 255u, 'z');
+        qelLogWriteFormat("loc", QEL_LOG_WARNING, "f.c", 7, "fn", "%s=%lu", "n", 123456789012UL);
+        CHILD_CHECK(formatV("vee", "%s %d", "v", 5) == 0 && formatV("nul", nullptr) == 0);
+        qelLogFormat("cut", QEL_LOG_INFO, "%s%s", pad.c_str(), "abc");
+        qelLogFormat("two", QEL_LOG_INFO, "%sa%s", pad.c_str(), e);
+        qelLogFormat("three", QEL_LOG_INFO, "%s\xE2\x82\xAC", pad.c_str());
+        qelLogFormat("four", QEL_LOG_INFO, "%s\xF0\x9F\x93\xB7", pad.substr(1).c_str());
+        qelLogFormat("whole", QEL_LOG_INFO, "%s%s!", pad.c_str(), e);
+        CHILD_CHECK(qelLogFormat("drop", QEL_LOG_VERBOSE, "%s", reinterpret_cast<char*>(1)) == 0);
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
+    char fmt[64];
+    snprintf(fmt, sizeof(fmt), "%d|%5.2f|%-4s|%x|%c|%%", -42, 3.14159, "ab", 255u, 'z');
+    EXPECT_EQ("fmt I " + std::string(fmt) + "|loc W n=123456789012|vee I v 5|nul I |cut I " +
+                  pad + "ab|two I " + pad + "a|three I " + pad + "|four I " + pad.substr(1) +
+                  "|whole I " + pad + e + "|",
+              summary(result.out));
+}
+
+TEST(LogRecordsTest, VersionOfTheLoadedLibrary) {
+    EXPECT_STREQ(QELTEST_VERSION, qelLogVersion());
+    EXPECT_STREQ(QELTEST_VERSION, QEL_VERSION_STRING);
 }
 
 // Records longer than the limit spread over several files: every file but the newest is
