@@ -24,7 +24,8 @@ bool parseLevel(const std::string& word, int& level) {
     static const char* const kLetters[] = {"V", "I", "W", "E"};
     static const char* const kNames[] = {"verbose", "info", "warning", "error"};
     for (int i = 0; i < 4; ++i) {
-        if (strcasecmp(word.c_str(), kLetters[i]) == 0 || strcasecmp(word.c_str(), kNames[i]) == 0) {
+        if (strcasecmp(word.c_str(), kLetters[i]) == 0 ||
+            strcasecmp(word.c_str(), kNames[i]) == 0) {
             level = i;
             return true;
         }
@@ -52,13 +53,14 @@ void LevelSpec::readItem(const std::string& item) {
         return;
     }
     const size_t equals = item.find('=');
-    const std::string levelWord = trimmed(equals == std::string::npos ? item : item.substr(equals + 1));
-    const std::string pattern = trimmed(item.substr(0, equals == std::string::npos ? 0 : equals));
+    const bool global = equals == std::string::npos;
+    const std::string levelWord = trimmed(global ? item : item.substr(equals + 1));
+    const std::string pattern = trimmed(item.substr(0, global ? 0 : equals));
     int level = 0;
     std::string problem;
     if (!parseLevel(levelWord, level)) {
         problem = "\"" + levelWord + "\" is not a level";
-    } else if (equals == std::string::npos) {
+    } else if (global) {
         m_hasGlobal = true;
         m_global = level;
     } else if (pattern.empty()) {

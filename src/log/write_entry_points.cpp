@@ -25,18 +25,25 @@ void copyField(char (&field)[N], const char* source) {
 // Drops the end of a UTF-8 character that a cut at `length` bytes split, so that the text ends
 // with whole characters: looks back over at most three continuation bytes for the character's
 // first byte, and zeroes from there when that byte announces more bytes than the cut left.
-// Text that is not UTF-8 stays as it is.
+// Other bytes stay as they are, so text that is not UTF-8 loses at most a last byte that looks
+// like the first of a character.
 template <size_t N>
 void cutAtCharacterStart(char (&text)[N], size_t length) {
+    const auto byte = [&text](size_t at) { return static_cast<unsigned char>(text[at]); };
     size_t start = length;
-    while (start > 0 && length - start < 3 && (static_cast<unsigned char>(text[start - 1]) & 0xC0) == 0x80) {
+    while (start > 0 && length - start < 3 && (byte(start - 1) & 0xC0) == 0x80) {
         --start;
     }
     if (start == 0) {
         return;
     }
-    const unsigned char first = static_cast<unsigned char>(text[start - 1]);
-    const size_t size = first >= 0xF0 && first < 0xF8 ? 4 : first >= 0xE0 ? 3 : first >= 0xC0 ? 2 : 1;
+    // 110xxxxx starts a character of two bytes, 1110xxxx of three, 11110xxx of four.
+    const unsigned char first = byte(start - 1);
+    const size_t size = first >= 0xF8   ? 1
+                        : first >= 0xF0 ? 4
+                        : first >= 0xE0 ? 3
+                        : first >= 0xC0 ? 2
+                                        : 1;
     if (length - start + 1 < size) {
         memset(text + start - 1, 0, length - start + 1);
     }
@@ -103,8 +110,9 @@ qel::QelLog* recipient(const char* module, QelLogLevel level) {
 int writeRecord(const char* module, QelLogLevel level, const char* file, int line,
                 const char* function, const char* text) {
     qel::QelLog* log = recipient(module, level);
-    return log != nullptr ? stampAndDispatch(*log, module, level, file, line, function, text, nullptr)
-                          : 0;
+    return log != nullptr
+               ? stampAndDispatch(*log, module, level, file, line, function, text, nullptr)
+               : 0;
 }
 
 int writeFormatted(const char* module, QelLogLevel level, const char* file, int line,

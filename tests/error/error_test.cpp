@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
@@ -45,35 +46,23 @@ TEST(ErrorTest, OneSlotForEveryThread) {
     g_errono = 0;
 }
 
-namespace {
-
 // The name error.h documents for a code: QEL_ERROR_, the category's word, then BASE or the
 // message's words split at camel case, as many whole words as fit in `limit` characters.
-std::string nameFrom(unsigned category, unsigned index, size_t limit) {
+static std::string nameFrom(unsigned category, unsigned index, size_t limit) {
     static const char* const kCategories[] = {"SYSTEM", "COMMON", "PARAM", "USB", "UPDATE", "SDK"};
-    std::vector<std::string> words;
-    std::string word;
-    const std::string text = index == 0 ? "BASE" : errorGetErrorCodeString(0x80300000 | category << 8 | index);
-    for (size_t i = 0; i <= text.size(); ++i) {
-        const char c = i < text.size() ? text[i] : ' ';
-        const char before = i > 0 ? text[i - 1] : ' ', after = i + 1 < text.size() ? text[i + 1] : ' ';
-        const bool camel = isupper(c) && !word.empty() &&
-                           (islower(before) || ((isupper(before) || isdigit(before)) && islower(after)));
-        if (!isalnum(c) || camel) {
-            if (!word.empty()) words.push_back(word);
-            word.clear();
-        }
-        if (isalnum(c)) word += static_cast<char>(toupper(c));
-    }
+    const unsigned code = 0x80300000 | category << 8 | index;
+    std::string text = index == 0 ? "BASE" : errorGetErrorCodeString(code);
+    text = std::regex_replace(text, std::regex("([a-z])(?=[A-Z])|([A-Z0-9])(?=[A-Z][a-z])"),
+                              "$1$2 ");
     std::string name = std::string("QEL_ERROR_") + kCategories[category];
-    for (const std::string& w : words) {
-        if (name.size() + 1 + w.size() > limit) break;
-        name += "_" + w;
+    const std::regex word("[A-Za-z0-9]+");
+    for (std::sregex_iterator w(text.begin(), text.end(), word), end; w != end; ++w) {
+        if (name.size() + 1 + w->length() > limit) break;
+        name += "_" + w->str();
     }
+    std::transform(name.begin(), name.end(), name.begin(), ::toupper);
     return name;
 }
-
-}  // namespace
 
 // Every code with a message has exactly the name the rule of error.h gives it, with its value,
 // and no other name; no two names are alike within the 63 characters a compiler tells apart.

@@ -11,6 +11,7 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -58,15 +59,6 @@ int modeOf(const std::string& path) {
     struct stat status;
     const bool isDirectory = stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
     return isDirectory ? static_cast<int>(status.st_mode & 07777) : -1;
-}
-
-// The texts of the records in the log files of `dir`, each followed by '|'.
-std::string textsIn(const std::string& dir) {
-    std::string texts;
-    for (const auto& record : parseRecords(concatenatedLogs(dir))) {
-        texts += record.text + "|";
-    }
-    return texts;
 }
 
 }  // namespace
@@ -163,26 +155,22 @@ TEST(LogRecordsTest, ErrnoAndConsoleSwitch) {
     EXPECT_EQ("err E Errno:0x8030010a|cam E back|", summary(result.out));
 }
 
-// A record carries the kernel id of the thread that made it: the process id on the main thread.
+// A record carries the kernel id of the thread that made it (which each thread logs as its text
+// here): the process id on the main thread.
 TEST(LogRecordsTest, RecordsCarryTheirThreadId) {
-    // Looked up before the fork: the child, a copy of this thread, must stamp its own id.
-    const long parentId = qel::ThreadWrapper::getThreadId();
     auto result = runChild([] {
-        qelLogSimplify("main", QEL_LOG_INFO, "");
-        std::thread([] {
-            qelLogSimplify("other", QEL_LOG_INFO, std::to_string(syscall(SYS_gettid)).c_str());
-        }).join();
+        auto logOwnId = [] {
+            qelLogSimplify("t", QEL_LOG_INFO, std::to_string(syscall(SYS_gettid)).c_str());
+        };
+        logOwnId();
+        std::thread(logOwnId).join();
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    std::map<std::string, Record> byModule;
     for (const Record& record : parseRecords(result.out)) {
-        byModule.emplace(record.module, record);
+        EXPECT_EQ(std::stol(record.text), record.tid);
     }
-    ASSERT_EQ(2u, byModule.size()) << result.out;
-    EXPECT_EQ(result.pid, byModule["main"].tid);
-    EXPECT_NE(parentId, byModule["main"].tid);
-    EXPECT_EQ(std::stol(byModule["other"].text), byModule["other"].tid);
+    EXPECT_EQ(0u, summary(result.out).find("t I " + std::to_string(result.pid) + "|t I "));
 }
 
 // At fixed instants the timestamp text is local time and the record's time its tail,
@@ -254,6 +242,144 @@ TEST(LogFormatTest, TextIsThePrintfTextCutBeforeASplitCharacter) {
 TEST(LogRecordsTest, VersionOfTheLoadedLibrary) {
     EXPECT_STREQ(QELTEST_VERSION, qelLogVersion());
     EXPECT_STREQ(QELTEST_VERSION, QEL_VERSION_STRING);
+}
+
+// A record handed straight to the manager, as the kit's libraries may do.
+static void writeThroughManager(const char* module, QelLogLevel level, const char* text) {
+    LogMessage msg = {};
+    strcpy(msg.module, module);
+    strcpy(msg.text, text);
+    strcpy(msg.timeText, "00:00:00:0");
+    msg.level = level;
+    qel::QelLog::getInstance().writeFormatLog(msg);
+}
+
+// A module threshold replaces the global one for the names it matches, on every write path; the
+// pattern set last wins, also when set again, and clearing one lets the others or the global
+// threshold apply. '*' matches any run of bytes, '?' any one byte, anything else itself, over
+// the whole name as the record carries it, cut at 127 characters; a pattern that could match no
+// such name is refused.
+TEST(ModuleThresholdTest, TheLastMatchingPatternDecides) {
+    const std::string longName(200, 'L');
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"net*", "net", true},   {"net*", "net.tcp", true}, {"net*", "ne", false},
+        {"net*", "xnet", false}, {"*cam", "ipcam", true},   {"*cam", "camx", false},
+        {"n?t", "nut", true},    {"n?t", "nt", false},      {"n?t", "neet", false},
+        {"a*b*c", "aXbc", true}, {"a*b*c", "acb", false},   {"*ab", "aab", true},
+        {"**", "", true},        {"cam", "cam", true},      {"cam", "Cam", false}};
+    auto result = runChild([&] {
+        for (const auto& [pattern, name, matches] : cases) {
+            CHILD_CHECK(qelLogSetModuleThreshold(pattern, QEL_LOG_ERROR) == 0);
+            if ((qelLogGetModuleThreshold(name) == QEL_LOG_ERROR) != matches) {
+                fprintf(stderr, "pattern '%s', name '%s'\n", pattern, name);
+            }
+            CHILD_CHECK(qelLogClearModuleThresholds() == 0);
+        }
+        CHILD_CHECK(qelLogSetModuleThreshold("net*", QEL_LOG_VERBOSE) == 0);
+        CHILD_CHECK(qelLogSetModuleThreshold("net.tcp", QEL_LOG_ERROR) == 0);
+        qelLogSimplify("net.udp", QEL_LOG_VERBOSE, "verbose udp");
+        writeThroughManager("net.udp", QEL_LOG_VERBOSE, "verbose udp");
+        qelLogFormat("net.tcp", QEL_LOG_WARNING, "dropped");
+        qelLogSimplify("cam", QEL_LOG_VERBOSE, "dropped");
+        CHILD_CHECK(qelLogSetModuleThreshold("net*", QEL_LOG_WARNING) == 0);
+        qelLogWrite("net.tcp", QEL_LOG_WARNING, "f", 1, "g", "tcp warning");
+        CHILD_CHECK(qelLogClearModuleThreshold("net*") == 0);
+        CHILD_CHECK(qelLogClearModuleThreshold("x") == 0);  // none set: nothing to do
+        writeThroughManager("net.tcp", QEL_LOG_WARNING, "dropped");
+        qelLogSimplify("net.udp", QEL_LOG_INFO, "udp at the global threshold");
+        CHILD_CHECK(qelLogSetModuleThreshold(longName.substr(0, 127).c_str(), QEL_LOG_VERBOSE) ==
+                    0);
+        qelLogSimplify(longName.c_str(), QEL_LOG_VERBOSE, "long name");
+        CHILD_CHECK(qelLogClearModuleThresholds() == 0 && qelLogGetModuleThreshold("net.tcp") == 1);
+        for (const char* refused : {static_cast<const char*>(nullptr), "", longName.c_str()}) {
+            *ErrnoLocal() = 0;
+            CHILD_CHECK(qelLogSetModuleThreshold(refused, QEL_LOG_VERBOSE) == -1 &&
+                        *ErrnoLocal() == kInvalidParameter &&
+                        qelLogClearModuleThreshold(refused) == -1);
+        }
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
+    EXPECT_EQ("net.udp V verbose udp|net.udp V verbose udp|net.tcp W tcp warning|"
+              "net.udp I udp at the global threshold|" + longName.substr(0, 127) + " V long name|",
+              summary(result.out));
+    EXPECT_EQ("", result.err);
+}
+
+// QEL_LOG_LEVEL is read once, when the library is first used. A value with an item that cannot
+// be read changes nothing and is reported on one line that names each such item. The same text
+// given to qelLogSetLevelSpec is taken whole or refused without a change.
+TEST(ModuleThresholdTest, LevelTextFromTheEnvironmentAndFromACall) {
+    auto applied = runChild([] {
+        setenv("QEL_LOG_LEVEL", " W , net*=V,\tisp = error ,", 1);
+        CHILD_CHECK(qelLogGetGlobalLevel() == QEL_LOG_WARNING);
+        setenv("QEL_LOG_LEVEL", "V", 1);
+        qelLogSimplify("net.tcp", QEL_LOG_VERBOSE, "net verbose");
+        qelLogSimplify("isp", QEL_LOG_WARNING, "dropped");
+        qelLogSimplify("cam", QEL_LOG_INFO, "dropped");
+        CHILD_CHECK(qelLogSetLevelSpec("isp=V,i,cam=X") == -1);
+        CHILD_CHECK(*ErrnoLocal() == kInvalidParameter);
+        qelLogSimplify("isp", QEL_LOG_WARNING, "dropped");
+        CHILD_CHECK(qelLogSetLevelSpec("isp=V,i,isp=Warning") == 0);
+        qelLogSimplify("isp", QEL_LOG_WARNING, "isp warning");
+        qelLogSimplify("cam", QEL_LOG_INFO, "cam info");
+        CHILD_CHECK(qelLogGetModuleThreshold("net.x") == QEL_LOG_VERBOSE);
+        return 0;
+    });
+    EXPECT_CHILD_OK(applied);
+    EXPECT_EQ("net.tcp V net verbose|isp W isp warning|cam I cam info|", summary(applied.out));
+    EXPECT_EQ("", applied.err);
+    auto refused = runChild([] {
+        setenv("QEL_LOG_LEVEL", "V,net*=V,isp=loud,=W", 1);
+        qelLogSimplify("net", QEL_LOG_VERBOSE, "dropped");
+        qelLogSimplify("cam", QEL_LOG_INFO, "at the default threshold");
+        return 0;
+    });
+    EXPECT_CHILD_OK(refused);
+    EXPECT_EQ("cam I at the default threshold|", summary(refused.out));
+    EXPECT_EQ(1u, countOf(refused.err, "\n")) << refused.err;
+    for (const char* named : {"QEL_LOG_LEVEL", "\"isp=loud\"", "\"=W\""}) {
+        EXPECT_NE(std::string::npos, refused.err.find(named)) << refused.err;
+    }
+}
+
+// Four threads log while thresholds change over and over. A module that no pattern matches keeps
+// every record and one whose pattern stays set loses every record, whatever table a record
+// meets; a replaced table is freed only once no record can read it (the sanitizers watch that).
+TEST(ModuleThresholdTest, ChangesWhileThreadsLogLoseNothing) {
+    auto result = runChild([] {
+        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogConfigFileWriter(true) == 0);
+        CHILD_CHECK(qelLogSetModuleThreshold("mute", QEL_LOG_ERROR) == 0);
+        std::atomic<bool> done{false};
+        std::atomic<int> steady{0};
+        auto logAll = [&] {
+            for (int i = 0; !done || i < 2000; ++i) {
+                qelLogFormat("steady", QEL_LOG_INFO, "%d", i);
+                qelLogSimplify("mute", QEL_LOG_WARNING, "dropped");
+                qelLogFormat("churn.x", QEL_LOG_VERBOSE, "%d", i);
+                ++steady;
+            }
+        };
+        std::thread loggers[] = {std::thread(logAll), std::thread(logAll), std::thread(logAll),
+                                 std::thread(logAll)};
+        for (int i = 0; i < 2000; ++i) {
+            qelLogSetModuleThreshold("churn*", QEL_LOG_VERBOSE);
+            qelLogSetLevelSpec("ch?rn.x=E,other=W");
+            qelLogClearModuleThreshold(i % 2 == 0 ? "churn*" : "ch?rn.x");
+        }
+        done = true;
+        for (auto& logger : loggers) {
+            logger.join();
+        }
+        printf("%d\n", steady.load());
+        return 0;
+    }, 240);
+    EXPECT_CHILD_OK(result);
+    const std::string records = summary(concatenatedLogs(result.dir));
+    EXPECT_EQ(std::stoul(result.out), countOf(records, "steady I "));
+    EXPECT_EQ(0u, countOf(records, "mute "));
+    EXPECT_EQ(countOf(records, "|"),
+              countOf(records, "steady I ") + countOf(records, "churn.x V "));
 }
 
 // Records longer than the limit spread over several files: every file but the newest is
@@ -342,9 +468,9 @@ TEST(LogFilesTest, FoldersAreMadeAndSet) {
     EXPECT_CHILD_OK(result);
     EXPECT_EQ(0u, result.err.find("mkdir error: "));
     EXPECT_EQ(1u, countOf(result.err, "mkdir error"));
-    EXPECT_EQ("in logs|", textsIn(result.dir + "/logs"));
-    EXPECT_EQ("in a/b/c|", textsIn(result.dir + "/a/b/c"));
-    EXPECT_EQ("fallback|after reopen|", textsIn(result.dir));
+    EXPECT_EQ("m I in logs|", summary(concatenatedLogs(result.dir + "/logs")));
+    EXPECT_EQ("m I in a/b/c|", summary(concatenatedLogs(result.dir + "/a/b/c")));
+    EXPECT_EQ("m I fallback|m I after reopen|", summary(concatenatedLogs(result.dir)));
     EXPECT_EQ(1u, logFiles(result.dir + "/" + longest).size());
     EXPECT_EQ(-1, modeOf(result.dir + "/" + tooLong));
     EXPECT_EQ(-1, modeOf(result.dir + "/plain/sub"));
