@@ -15,7 +15,8 @@ namespace qel {
 //
 // The record path reads it without a lock: with no pattern set it costs one relaxed load;
 // otherwise a reader announces itself in a counter before it loads the table and leaves it
-// after its lookup. A change publishes a new table and retires the old one, which is freed by
+// after its lookup (threads share a few counters, each on a cache line of its own, so that
+// threads that log at once seldom write to the same line). A change publishes a new table and retires the old one, which is freed by
 // a later change that finds no reader inside at that moment: a reader that counted itself
 // before that moment had loaded the table current then, never a retired one. Nobody waits for
 // anybody, so a signal handler may log at any point, also on a thread that is changing the
@@ -44,7 +45,14 @@ public:
     static void clearAll();
 
 private:
+    static constexpr unsigned int kReaderSlots = 16;
+    struct alignas(64) ReaderCount {
+        std::atomic<unsigned int> count{0};  // lookups under way on the threads of this slot
+    };
+
     static int lookUp(const char* module, int global);
+    // True when every reader counter is zero.
+    static bool noReader();
     // Makes `table` (owned from here on; null for none) the current table.
     static void publish(const ModuleThresholdTable* table);
 
@@ -53,7 +61,7 @@ private:
     static std::vector<const ModuleThresholdTable*>& retired();
 
     static std::atomic<const ModuleThresholdTable*> s_table;
-    static std::atomic<unsigned int> s_readers;  // lookups under way
+    static ReaderCount s_readers[kReaderSlots];
 };
 
 }  // namespace qel
