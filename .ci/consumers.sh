@@ -87,12 +87,15 @@ for file in qelConfig.cmake qelConfigVersion.cmake qelTargets.cmake; do
     [[ -f "$cmake_dir/$file" ]] || fail "${cmake_dir#"$prefix"/}/$file is not installed"
 done
 
-# qel::qel gives consumers its include directory and the library, no language standard, no
-# options and no further libraries: a C program must not get C++ requirements.
-if grep -E "INTERFACE_(COMPILE_FEATURES|COMPILE_OPTIONS|COMPILE_DEFINITIONS|LINK_LIBRARIES)" \
+# qel::qel gives consumers its include directory, the library and the threads library, no
+# language standard and no options: a C program must not get C++ requirements.
+if grep -E "INTERFACE_(COMPILE_FEATURES|COMPILE_OPTIONS|COMPILE_DEFINITIONS)" \
         "$cmake_dir/qelTargets.cmake"; then
     fail "qel::qel passes usage requirements on beyond its include directory"
 fi
+link_interface=$(sed -n 's/^ *INTERFACE_LINK_LIBRARIES "\(.*\)"$/\1/p' "$cmake_dir/qelTargets.cmake")
+[[ "$link_interface" == "Threads::Threads" ]] \
+    || fail "qel::qel links '$link_interface' into its consumers, not the threads library alone"
 
 # The tree holds the library, its headers, its packages and the tools, nothing built for tests.
 stray=$(find "$prefix" \( -iname '*test*' -o -iname '*gtest*' -o -iname '*gmock*' \
@@ -203,8 +206,10 @@ pc_version=$(pkg-config --modversion qel)
 [[ "$pc_version" == "$version" ]] || fail "pkg-config reports version $pc_version"
 read -r -a qel_flags <<< "$(pkg-config --cflags --libs qel)"
 echo "pkg-config --cflags --libs qel: ${qel_flags[*]}"
+# The C example starts a thread of its own and takes the threads library from qel.pc alone.
+[[ " $(pkg-config --libs qel) " == *" -pthread "* ]] || fail "qel.pc does not link the threads library"
 if "$CC" -std=c11 -Wall -Wextra -pedantic -Werror "$source_dir/examples/c/main.c" "${qel_flags[@]}" \
-         -pthread -o "$work/pkgconfig-c"; then
+         -o "$work/pkgconfig-c"; then
     LD_LIBRARY_PATH=$libdir run_example pkgconfig-c "$work/pkgconfig-c" example-c
 else
     fail "the C example does not build with pkg-config"

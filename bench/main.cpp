@@ -4,6 +4,7 @@ namespace bench {
 void registerQelCases();
 void registerPeerCases(const char* argv0);
 void registerFloorCases();
+void registerFormatCases();
 }  // namespace bench
 
 int main(int argc, char** argv) {
@@ -14,6 +15,7 @@ int main(int argc, char** argv) {
     bench::registerQelCases();
     bench::registerPeerCases(argv[0]);
     bench::registerFloorCases();
+    bench::registerFormatCases();
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

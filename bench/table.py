@@ -105,6 +105,38 @@ def main():
         "-" if worst is None else ("yes" if worst == 0 else "amortised rotation only" if worst < 0.01 else "no")))
 
     print_latencies(runs)
+    print_formatted(runs)
+
+
+def print_formatted(runs):
+    """Formatted records: qelLogFormat against spdlog's logger->info(fmt, args) and qelLogWrite."""
+    cases = [("fmt_dropped", "dropped"), ("fmt_dropped_4_modules", "dropped, 4 module thresholds"),
+             ("fmt_file", "file")]
+    if not any((case, "qel_format", 1) in runs for case, _ in cases):
+        return
+    print()
+    print("| formatted record | thr | qelLogFormat rec/s | qelLogWrite rec/s | spdlog fmt rec/s "
+          "| Format/Write | Format/spdlog |")
+    print("|---|---|---|---|---|---|---|")
+    for case, label in cases:
+        for threads in (1, 4):
+            ours = rate(runs, case, "qel_format", threads)
+            write = rate(runs, case, "qel_write", threads)
+            peer = rate(runs, case, "spdlog", threads)
+            print("| %s | %d | %s | %s | %s | %s | %s |" % (
+                label, threads, human(ours), human(write), human(peer), ratio(ours, write),
+                ratio(ours, peer)))
+    for threads in (1, 4):
+        value = r_of(runs, "fmt_dropped", "qel_format", threads, "fmt_dropped", "spdlog")
+        print("dropped qelLogFormat <= 2x the time of spdlog's, %dT: %s" % (
+            threads, "-" if value is None else "%.2f (%s)" % (value, "met" if value >= 0.5 else
+                                                             "not met")))
+
+
+def r_of(runs, case, impl, threads, other_case, other):
+    ours = rate(runs, case, impl, threads)
+    theirs = rate(runs, other_case, other, threads)
+    return ours / theirs if ours and theirs else None
 
 
 def print_latencies(runs):

@@ -24,11 +24,11 @@ static int fail(const char* what) {
     return 1;
 }
 
-/* The log entry points may be called from any thread. */
+/* The log entry points may be called from any thread; the formatted ones take a printf format
+ * that the compiler checks against its values. */
 static void* worker(void* argument) {
-    char text[64];
-    snprintf(text, sizeof text, "hello from worker %d", *(const int*)argument);
-    qelLogWrite(kModule, QEL_LOG_INFO, __FILE__, __LINE__, __func__, text);
+    qelLogWriteFormat(kModule, QEL_LOG_INFO, __FILE__, __LINE__, __func__, "hello from worker %d",
+                      *(const int*)argument);
     return NULL;
 }
 
@@ -39,7 +39,9 @@ int main(int argc, char** argv) {
     int code;
     const char* message;
 
-    /* Keep every level, cap each log file at 64 KiB and write the files into `folder`. */
+    /* Keep every level, cap each log file at 64 KiB and write the files into `folder`. The
+     * environment variable QEL_LOG_LEVEL may have set thresholds for some modules already:
+     * they keep applying to those modules. */
     qelLogSetGlobalLevel(QEL_LOG_VERBOSE);
     if (qelLogSetMaxSize(64u * 1024u) != 0) {
         return fail("qelLogSetMaxSize");
@@ -48,8 +50,12 @@ int main(int argc, char** argv) {
         return fail("qelLogSetFileFolder");
     }
 
-    qelLogWrite(kModule, QEL_LOG_INFO, __FILE__, __LINE__, __func__, "qel example in C");
+    qelLogFormat(kModule, QEL_LOG_INFO, "qel example in C, built with %s, running with %s",
+                 QEL_VERSION_STRING, qelLogVersion());
     qelLogSimplify(kModule, QEL_LOG_VERBOSE, "a record without a source location");
+    /* A module of its own, made quieter: its info records are dropped, before formatting. */
+    qelLogSetModuleThreshold("example-c.noisy", QEL_LOG_WARNING);
+    qelLogFormat("example-c.noisy", QEL_LOG_INFO, "dropped: %d frames", 30);
 
     if (pthread_create(&thread, NULL, worker, &workerNumber) != 0) {
         fprintf(stderr, "pthread_create failed\n");
@@ -64,12 +70,11 @@ int main(int argc, char** argv) {
     }
     code = *ErrnoLocal();
     message = errorGetErrorCodeString(code);
-    if (message == NULL) {
-        fprintf(stderr, "no message for error code 0x%x\n", (unsigned int)code);
+    if (code != QEL_ERROR_PARAM_THE_VALUE_OF_THE_PARAMETER_IS_INVALID || message == NULL) {
+        fprintf(stderr, "unexpected error code 0x%x\n", (unsigned int)code);
         return 1;
     }
-    printf("library %d.%d.%d, last error 0x%x: %s\n", QEL_VERSION_MAJOR, QEL_VERSION_MINOR,
-           QEL_VERSION_PATCH, (unsigned int)code, message);
+    printf("library %s, last error 0x%x: %s\n", qelLogVersion(), (unsigned int)code, message);
     qelLogErrno(kModule); /* logs "Errno:0x80300206" at error level */
 
     /* Switching the file writer off closes the current log file. */

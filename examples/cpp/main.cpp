@@ -39,10 +39,9 @@ struct Worker {
 bool runRound(void* object) {
     Worker& worker = *static_cast<Worker*>(object);
     ++worker.round;
-    char text[96];
-    std::snprintf(text, sizeof text, "worker round %d on thread %ld", worker.round,
-                  qel::ThreadWrapper::getThreadId());
-    qelLogWrite(kModule, QEL_LOG_INFO, __FILE__, __LINE__, __func__, text);
+    qelLogWriteFormat(kModule, QEL_LOG_INFO, __FILE__, __LINE__, __func__,
+                      "worker round %d on thread %ld", worker.round,
+                      qel::ThreadWrapper::getThreadId());
     if (worker.round < kRounds) {
         return true;
     }
@@ -87,12 +86,12 @@ int main(int argc, char** argv) {
     }
     const int code = *ErrnoLocal();
     const char* message = errorGetErrorCodeString(code);
-    if (message == nullptr) {
-        std::fprintf(stderr, "no message for error code 0x%x\n", static_cast<unsigned int>(code));
+    if (code != QEL_ERROR_PARAM_THE_VALUE_OF_THE_PARAMETER_IS_INVALID || message == nullptr) {
+        std::fprintf(stderr, "unexpected error code 0x%x\n", static_cast<unsigned int>(code));
         return 1;
     }
-    std::printf("library %d.%d.%d, %d worker rounds, last error 0x%x: %s\n", QEL_VERSION_MAJOR,
-                QEL_VERSION_MINOR, QEL_VERSION_PATCH, worker.round,
+    std::printf("library %s (built with %s), %d worker rounds, last error 0x%x: %s\n",
+                qelLogVersion(), QEL_VERSION_STRING, worker.round,
                 static_cast<unsigned int>(code), message);
     qelLogErrno(kModule);  // logs "Errno:0x80300206" at error level
 

@@ -3,9 +3,10 @@
 
 /* The logging interface of the kit, usable from C and C++.
  *
- * A caller passes a module name, a level and a finished message text; the library stamps
- * the record with the local time of day and the calling thread's kernel id, drops it when
- * its level is below the global threshold (1 at start), and otherwise hands it to the
+ * A caller passes a module name, a level and a message text (finished, or a printf format
+ * and its values); the library stamps the record with the local time of day and the calling
+ * thread's kernel id, drops it when its level is below its threshold (the global threshold,
+ * 1 at start, unless a threshold is set for its module name), and otherwise hands it to the
  * writers that are switched on: the console writer (standard output, on from the start)
  * and the file writer (size-limited log files in a folder, off until switched on).
  *
@@ -33,10 +34,21 @@
 #include <qel/export.h>
 
 #ifndef __cplusplus
+#include <stdarg.h>
 #include <stdbool.h>
 #include <stddef.h>
 #else
+#include <cstdarg>
 #include <cstddef>
+#endif
+
+/* Marks a function whose argument `format_index` is a printf format and whose arguments from
+ * `first_arg` on (0 for a va_list) are its values, so that the compiler checks them. */
+#if defined(__GNUC__)
+#define QEL_PRINTF_FORMAT(format_index, first_arg) \
+    __attribute__((format(printf, format_index, first_arg)))
+#else
+#define QEL_PRINTF_FORMAT(format_index, first_arg)
 #endif
 
 /* In C++ the enumerations take int as their fixed underlying type, so that every 32-bit
@@ -55,8 +67,8 @@ typedef enum QelLogLevel QEL_ENUM_BASE {
     QEL_LOG_ERROR = 3
 } QelLogLevel;
 
-/* Names a component of the kit. Only qelLogSetModuleLevel takes it; nothing is stored
- * per module. */
+/* Names a component of the kit. Only qelLogSetModuleLevel takes it, and stores nothing for
+ * it; records name their module by a string. */
 typedef enum QelModule QEL_ENUM_BASE {
     QEL_MODULE_SYSTEM = 0,
     QEL_MODULE_LOG = 1,
@@ -125,8 +137,8 @@ QEL_EXPORT int qelLogSimplify(const char* module, QelLogLevel level, const char*
  * when the code is 0. The code is read, never cleared. Returns 0. */
 QEL_EXPORT int qelLogErrno(const char* module);
 
-/* Accepts a level for a module and stores nothing: the global threshold is the only
- * filter. Returns 0. */
+/* Accepts a level for a module of the QelModule enumeration and stores nothing: thresholds
+ * per module are set by module name (qelLogSetModuleThreshold). Returns 0. */
 QEL_EXPORT int qelLogSetModuleLevel(QelModule module, QelLogLevel level);
 
 /* Sets the global threshold: records below it are dropped. Any value is stored as it
@@ -154,6 +166,83 @@ QEL_EXPORT int qelLogConfigConsoleWriter(bool enable);
  * longer one -1 and 0x80300002, both without any change. A folder that cannot be created
  * or opened gives -1 and 0x80300002, and logging continues in a new file in "./". */
 QEL_EXPORT int qelLogSetFileFolder(const char* folder);
+
+/* ---- Formatted records ---------------------------------------------------------------------
+ * The write functions below take a printf format and its values instead of a finished text,
+ * and the compiler checks the values against the format. A record below its threshold is
+ * dropped before anything is formatted, so its values cost nothing. The text is formatted
+ * straight into the record, without any heap allocation, and cut like a finished text at
+ * 2047 bytes; where that cut would split a UTF-8 character, the whole character goes. A NULL
+ * format gives an empty text. Each returns 0, as qelLogWrite does. */
+
+/* Writes one record without a source location, its text formatted from `format`. */
+QEL_EXPORT int qelLogFormat(const char* module, QelLogLevel level, const char* format, ...)
+    QEL_PRINTF_FORMAT(3, 4);
+
+/* qelLogFormat with the values in a va_list, which the call uses up. */
+QEL_EXPORT int qelLogFormatV(const char* module, QelLogLevel level, const char* format,
+                             va_list args) QEL_PRINTF_FORMAT(3, 0);
+
+/* qelLogWrite with its text formatted from `format`. */
+QEL_EXPORT int qelLogWriteFormat(const char* module, QelLogLevel level, const char* file,
+                                 int line, const char* function, const char* format, ...)
+    QEL_PRINTF_FORMAT(6, 7);
+
+/* qelLogWriteFormat with the values in a va_list, which the call uses up. */
+QEL_EXPORT int qelLogWriteFormatV(const char* module, QelLogLevel level, const char* file,
+                                  int line, const char* function, const char* format,
+                                  va_list args) QEL_PRINTF_FORMAT(6, 0);
+
+/* ---- Thresholds per module -----------------------------------------------------------------
+ * A module threshold applies to the records whose module name matches its pattern, in place of
+ * the global threshold. A pattern is a module name in which '*' stands for any run of
+ * characters (none included) and '?' for any one byte; names are compared byte for byte, as
+ * the record carries them (the first 127 characters). When several patterns match a name, the
+ * one set last wins; a name that no pattern matches keeps the global threshold. Levels are
+ * stored as they come, like the global threshold's.
+ *
+ * The environment variable QEL_LOG_LEVEL, read once when the library first logs or is first
+ * configured, sets thresholds at start with the text qelLogSetLevelSpec takes, for example
+ *     QEL_LOG_LEVEL="I,net*=V,isp=W"
+ * (global threshold I, verbose for the modules whose name starts with "net", warnings and up
+ * for "isp"). A value that cannot be read whole changes nothing and is reported in one line on
+ * standard error that names the items at fault. Set-user-id programs ignore the variable.
+ *
+ * A record pays for the module thresholds only while any is set. Changes made while other
+ * threads log take effect from one record to the next: a record is filtered by the thresholds
+ * before or after a change, never by a mixture, and no record waits for a change. */
+
+/* Sets the threshold of the modules that `pattern` matches to `level`; setting a pattern again
+ * replaces its level and makes it the one set last. Returns 0; a NULL or empty pattern, or one
+ * longer than 127 characters, gives -1 and the error code 0x80300206. */
+QEL_EXPORT int qelLogSetModuleThreshold(const char* pattern, QelLogLevel level);
+
+/* Removes the threshold set for exactly `pattern` (the text it was set with, not the names it
+ * matches), so that those modules fall back to another matching pattern or the global
+ * threshold. Returns 0, also when no such pattern is set; a pattern that
+ * qelLogSetModuleThreshold refuses gives -1 and the error code 0x80300206. */
+QEL_EXPORT int qelLogClearModuleThreshold(const char* pattern);
+
+/* Removes every module threshold: the global threshold filters every record again. Returns 0. */
+QEL_EXPORT int qelLogClearModuleThresholds(void);
+
+/* Returns the threshold that applies to the records of `module` now: the level of the pattern
+ * set last that matches it, else the global threshold. */
+QEL_EXPORT QelLogLevel qelLogGetModuleThreshold(const char* module);
+
+/* Sets thresholds from a text of items separated by commas: LEVEL sets the global threshold,
+ * PATTERN=LEVEL the threshold of a pattern, in the order written (so a later item wins). A
+ * LEVEL is V, I, W, E or verbose, info, warning, error, in any case; spaces and tabs around
+ * items, patterns and levels are ignored, and so are empty items. Thresholds the text does not
+ * name stay as they are. Returns 0; when any item cannot be read, nothing is changed and the
+ * result is -1 with the error code 0x80300206. */
+QEL_EXPORT int qelLogSetLevelSpec(const char* spec);
+
+/* ---- Version -------------------------------------------------------------------------------
+ * Returns the version of the library loaded at run time, "MAJOR.MINOR.PATCH" ("1.8.63"), which
+ * may differ from QEL_VERSION_STRING of the headers a program was built with. Static storage,
+ * never NULL. */
+QEL_EXPORT const char* qelLogVersion(void);
 
 #ifdef __cplusplus
 }

@@ -10,9 +10,10 @@ namespace qel {
 
 // Codes this library stores itself; read as int, every one is negative.
 // "Failed to open the file!": a log folder or log file cannot be made or opened.
-constexpr int kErrorFileOpen = static_cast<int>(0x80300002u);
-// "The value of the parameter is invalid!": a blank folder argument.
-constexpr int kErrorInvalidParameter = static_cast<int>(0x80300206u);
+constexpr int kErrorFileOpen = QEL_ERROR_SYSTEM_FAILED_TO_OPEN_THE_FILE;
+// "The value of the parameter is invalid!": a blank folder argument, a module pattern or a
+// threshold text that cannot be used.
+constexpr int kErrorInvalidParameter = QEL_ERROR_PARAM_THE_VALUE_OF_THE_PARAMETER_IS_INVALID;
 
 // The message table has 6 categories (bits 15 to 8 of a code) of 175 slots each
 // (bits 7 to 0).

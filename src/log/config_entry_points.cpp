@@ -5,6 +5,8 @@
 #include <qel/log.h>
 
 #include "error/error_codes.h"
+#include "log/level_spec.h"
+#include "log/module_thresholds.h"
 #include "log/qel_log.h"
 
 namespace {
@@ -22,6 +24,19 @@ template <class Change>
 int configure(Change change) {
     qel::QelLog* log = qel::QelLog::reachable();
     return log != nullptr ? change(*log) : kRefused;
+}
+
+// Runs `change` of the module thresholds under the manager's signal lock, which keeps their
+// changes one at a time and out of a fork (module_thresholds.h). Returns 0, or kRefused where
+// the manager must not be entered.
+template <class Change>
+int changeThresholds(Change change) {
+    return configure([&change](qel::QelLog& log) {
+        qel::SignalLockMark mark;
+        sigslot::lock_block<sigslot::multi_threaded_local> lock(&log.logSignal());
+        change(log);
+        return 0;
+    });
 }
 
 // Switches a writer on (its openLog result) or off (0).
@@ -108,6 +123,40 @@ QEL_EXPORT int qelLogSetFileFolder(const char* folder) {
         }
         return log.fileStream().moveToFolder(fullPath);
     });
+}
+
+QEL_EXPORT int qelLogSetModuleThreshold(const char* pattern, QelLogLevel level) {
+    if (!qel::ModuleThresholdTable::isValidPattern(pattern)) {
+        return qel::failWith(qel::kErrorInvalidParameter);
+    }
+    return changeThresholds([&](qel::QelLog&) {
+        qel::ModuleThresholds::set({{pattern, static_cast<int>(level)}});
+    });
+}
+
+QEL_EXPORT int qelLogClearModuleThreshold(const char* pattern) {
+    if (!qel::ModuleThresholdTable::isValidPattern(pattern)) {
+        return qel::failWith(qel::kErrorInvalidParameter);
+    }
+    return changeThresholds([&](qel::QelLog&) { qel::ModuleThresholds::clear(pattern); });
+}
+
+QEL_EXPORT int qelLogClearModuleThresholds(void) {
+    return changeThresholds([](qel::QelLog&) { qel::ModuleThresholds::clearAll(); });
+}
+
+// Like qelLogGetGlobalLevel, it works at any moment, process exit included.
+QEL_EXPORT QelLogLevel qelLogGetModuleThreshold(const char* module) {
+    const int global = static_cast<int>(qel::QelLog::getInstance().globalLevel());
+    return static_cast<QelLogLevel>(qel::ModuleThresholds::thresholdFor(module, global));
+}
+
+QEL_EXPORT int qelLogSetLevelSpec(const char* spec) {
+    const qel::LevelSpec levels(spec);
+    if (!levels.problems().empty()) {
+        return qel::failWith(qel::kErrorInvalidParameter);
+    }
+    return changeThresholds([&levels](qel::QelLog& log) { levels.apply(log); });
 }
 
 }  // extern "C"

@@ -4,6 +4,9 @@
 
 #include <cstdlib>
 
+#include "log/level_spec.h"
+#include "log/module_thresholds.h"
+
 namespace qel {
 
 namespace {
@@ -69,6 +72,7 @@ QelLog::QelLog() : m_globalLevel(QEL_LOG_INFO) {
     sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&m_logSignal);
     m_logSignal.connect_while_locked(&m_consoleStream, &QelLogConsoleStream::writeFormatLog);
     m_consoleStream.m_isOpen = true;  // the console writer is on from the start
+    LevelSpec::applyEnvironment(*this);
     // Registered once per process; the handlers find the manager through live(). The exit
     // handler runs when the process exits or the library is unloaded, where a destructor of
     // the manager would have run.
@@ -112,9 +116,15 @@ void QelLog::closeAtExit() {
 }
 
 int QelLog::writeFormatLog(const LogMessage& msg) {
-    if (static_cast<int>(msg.level) < m_globalLevel.load(std::memory_order_relaxed)) {
+    const int threshold =
+        ModuleThresholds::thresholdFor(msg.module, m_globalLevel.load(std::memory_order_relaxed));
+    if (static_cast<int>(msg.level) < threshold) {
         return 0;
     }
+    return dispatch(msg);
+}
+
+int QelLog::dispatch(const LogMessage& msg) {
     SignalLockMark mark;
     m_logSignal.emit(msg);
     return 0;

@@ -39,10 +39,12 @@ public:
     // The manager from the end of its construction until process exit begins, else null.
     static QelLog* live() { return s_live.load(std::memory_order_acquire); }
 
-    // Drops `msg` when its level is below the threshold, else hands it to every connected
-    // writer under the signal lock, so records never interleave. Returns 0 in every case.
-    // Must not be called from inside a writer.
+    // Drops `msg` when its level is below its threshold (its module's, else the global one),
+    // else hands it to every connected writer under the signal lock, so records never
+    // interleave. Returns 0 in every case. Must not be called from inside a writer.
     int writeFormatLog(const LogMessage& msg);
+    // writeFormatLog for a record that has passed its threshold already.
+    QEL_NO_EXPORT int dispatch(const LogMessage& msg);
     // Accepts a level for a module and stores nothing. Returns 0.
     int setModuleLevel(QelModule module, QelLogLevel level);
 
@@ -52,7 +54,8 @@ public:
     // when a level to create is longer than 254 characters.
     static int createLogDirectory(const std::string& path);
 
-    // The threshold: records below it are dropped. Read and written without a lock.
+    // The global threshold: records of a module without a threshold of its own are dropped
+    // below it. Read and written without a lock.
     QelLogLevel globalLevel() const {
         return static_cast<QelLogLevel>(m_globalLevel.load(std::memory_order_relaxed));
     }

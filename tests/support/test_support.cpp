@@ -68,6 +68,14 @@ std::vector<Record> parseRecords(const std::string& output) {
     return records;
 }
 
+std::string summary(const std::string& output) {
+    std::string records;
+    for (const Record& record : parseRecords(output)) {
+        records += record.module + " " + record.level + " " + record.text + "|";
+    }
+    return records;
+}
+
 std::string readFile(const std::string& path) {
     std::ostringstream content;
     content << std::ifstream(path, std::ios::binary).rdbuf();

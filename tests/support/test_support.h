@@ -56,6 +56,9 @@ struct Record {
 };
 // Splits output into records of one-line texts; anything else is a test failure.
 std::vector<Record> parseRecords(const std::string& output);
+// The records of `output` as "module level text", each followed by '|', so that a whole output
+// is one expectation.
+std::string summary(const std::string& output);
 std::string readFile(const std::string& path);  // empty when it cannot be read
 void writeFile(const std::string& path, const std::string& bytes);
 void removeTree(const std::string& path);  // symbolic links not followed; quiet on failure
