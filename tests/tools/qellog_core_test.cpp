@@ -10,7 +10,8 @@
 #include "options.h"
 #include "prune.h"
 #include "pump.h"
-#include "records.h"
+#include "read/record_reader.h"
+#include "read/header.h"
 #include "support/test_support.h"
 
 using namespace qellog;

@@ -4,8 +4,9 @@
 #include <stdlib.h>
 
 #include "colour.h"
-#include "filter.h"
-#include "timestamps.h"
+#include "read/record_filter.h"
+#include "read/civil_time.h"
+#include "time_spec.h"
 #include "tools/qellog_fixture.h"
 
 using namespace qeltest;

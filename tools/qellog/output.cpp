@@ -1,9 +1,5 @@
 #include "output.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
 
 #include "colour.h"
@@ -44,28 +40,28 @@ void RecordPrinter::print(const Record& record) {
 
 bool RecordPrinter::flush() { return std::fflush(stdout) == 0 && !std::ferror(stdout); }
 
-long long readInto(const std::string& path, unsigned long long offset, RecordReader& reader,
-                   const std::function<void()>& drain) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return -1;
-    char buffer[64 * 1024];
-    long long total = 0;
-    for (;;) {
-        const ssize_t got = pread(fd, buffer, sizeof(buffer), static_cast<off_t>(offset + total));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) {
-            const int error = errno;
-            close(fd);
-            errno = error;
-            return -1;
-        }
-        if (got == 0) break;
-        reader.append(buffer, static_cast<std::size_t>(got));
-        total += got;
-        if (drain) drain();
+std::string warningText(const ReadWarning& warning) {
+    const std::string& file = warning.file;
+    switch (warning.kind) {
+        case WarningKind::CannotRead: return "cannot read '" + file + "': " + warning.reason;
+        case WarningKind::CannotReadFolder:
+            return "cannot read folder '" + file + "': " + warning.reason;
+        case WarningKind::ClockWentBack:
+            return file + ": the clock went back while the files were written; the records may "
+                          "not be in the order they were written";
+        case WarningKind::Replaced:
+            return file + " was replaced by another file; reading the new one";
+        case WarningKind::GoneUnread: return file + " is gone before it was read to its end";
+        case WarningKind::EndGuessed:
+            return file + " at byte " + std::to_string(warning.offset) +
+                   ": the record before was taken as complete when the file stopped growing, "
+                   "but it went on";
     }
-    close(fd);
-    return total;
+    return file;
+}
+
+void printWarning(const ReadWarning& warning) {
+    std::fprintf(stderr, "qellog: %s\n", warningText(warning).c_str());
 }
 
 }  // namespace qellog
