@@ -6,27 +6,30 @@
 #include "json.h"
 
 namespace qellog {
+namespace {
 
-void RecordPrinter::print(const Record& record) {
-    const unsigned long long offset = record.offset;
+// What is wrong with a record that is not whole, as the warning says it.
+std::string problemOf(const Record& record, bool json) {
     if (record.zeros) {
-        std::fprintf(stderr, "qellog: %s at byte %llu: %zu NUL bytes (data lost in a crash), "
-                     "left out\n", record.file.c_str(), offset, record.bytes.size());
-        return;
+        return std::to_string(record.bytes.size()) + " NUL bytes (data lost in a crash), left out";
     }
     if (!record.headed) {
-        std::fprintf(stderr,
-                     "qellog: %s at byte %llu: %zu bytes that are not a record, printed %s\n",
-                     record.file.c_str(), offset, record.bytes.size(),
-                     m_json ? "as a record with an empty header" : "as they are");
-    } else if (record.cut) {
-        std::fprintf(stderr, "qellog: %s at byte %llu: a record without end, printed in pieces\n",
-                     record.file.c_str(), offset);
-    } else if (!record.complete) {
-        std::fprintf(stderr,
-                     "qellog: %s at byte %llu: a record cut off before its closing empty line\n",
-                     record.file.c_str(), offset);
+        return std::to_string(record.bytes.size()) + " bytes that are not a record, printed " +
+               (json ? "as a record with an empty header" : "as they are");
     }
+    if (record.cut) return "a record without end, printed in pieces";
+    return "a record cut off before its closing empty line";
+}
+
+}  // namespace
+
+void RecordPrinter::print(const Record& record) {
+    if (!record.whole()) {
+        std::fprintf(stderr, "qellog: %s at byte %llu: %s\n", record.file.c_str(),
+                     static_cast<unsigned long long>(record.offset),
+                     problemOf(record, m_json).c_str());
+    }
+    if (record.zeros) return;
     if (m_json) {
         const std::string line = recordJson(record) + "\n";
         std::fwrite(line.data(), 1, line.size(), stdout);

@@ -50,7 +50,7 @@ void RecordStats::addFile(std::uint64_t bytes) {
 }
 
 void RecordStats::add(const Record& record) {
-    if (!record.headed || record.cut || !record.complete) ++m_warnings;
+    if (!record.whole()) ++m_warnings;
     if (!record.headed) {
         ++m_pieces;
         return;

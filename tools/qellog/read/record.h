@@ -23,6 +23,8 @@ struct Record {
     std::string date;                        // "yyyy-mm-dd", empty when the file has no dated name
 
     std::string text() const { return bytes.substr(textBegin, textEnd - textBegin); }
+    // A record as the writer writes it, whole: anything else is read with a warning.
+    bool whole() const { return headed && complete && !cut; }
 };
 
 // Where a record starts: a file name and a byte offset in it.
