@@ -1,8 +1,8 @@
 #ifndef QEL_TESTS_TOOLS_QELLOG_FIXTURE_H_
 #define QEL_TESTS_TOOLS_QELLOG_FIXTURE_H_
 
-// What the qellog tests share: a fresh folder per test, in which the built tool runs as a child
-// process, a follow run that goes on beside the test, and the record parser of the log tests.
+// What the tests of the built tool share: a fresh folder per test in which it runs as a child
+// process, and a follow run that goes on beside the test.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -24,11 +24,10 @@
 
 namespace qeltest {
 
-// The texts of records, as parsed from the console or from JSON.
-template <typename Parsed>
-std::vector<std::string> textsOf(const std::vector<Parsed>& records) {
+// The texts of records parsed from the console.
+inline std::vector<std::string> textsOf(const std::vector<Record>& records) {
     std::vector<std::string> texts;
-    for (const Parsed& record : records) texts.push_back(record.text);
+    for (const Record& record : records) texts.push_back(record.text);
     return texts;
 }
 
@@ -73,19 +72,18 @@ struct Follower {
 
 class QellogTest : public ::testing::Test {
 protected:
-    // Runs `program` with `args` in the test's folder, `input` read from a regular file on its
+    // Runs the tool with `args` in the test's folder, `input` read from a regular file on its
     // standard input, so that the tool's reads fill whole blocks.
-    ChildResult run(const std::vector<std::string>& args, const std::string& input = "",
-                    const char* program = QELLOG_PATH) {
+    ChildResult run(const std::vector<std::string>& args, const std::string& input = "") {
         const std::string inputPath = (m_dir / "stdin.txt").string();
         writeFile(inputPath, input);
-        std::vector<char*> argv{const_cast<char*>(program)};  // made before the fork
+        std::vector<char*> argv{const_cast<char*>(QELLOG_PATH)};  // made before the fork
         for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
         argv.push_back(nullptr);
         return runChild([&] {
             const int in = open(inputPath.c_str(), O_RDONLY);
             if (in < 0 || dup2(in, STDIN_FILENO) < 0 || chdir(m_dir.c_str()) != 0) return 126;
-            execv(program, argv.data());
+            execv(QELLOG_PATH, argv.data());
             return 127;
         });
     }

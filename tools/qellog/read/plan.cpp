@@ -26,11 +26,14 @@ long headlessContinues(std::size_t next, const std::vector<LogFile>& files,
                        const std::vector<bool>& continued) {
     // The file right before it was torn inside a record: the start of these bytes is lost.
     if (next > 0 && shapes[next - 1].endsInside && !full(files[next - 1], sizes)) return -1;
+    // Where a split fell right after an empty line of a text, the rest of that record ends
+    // with its own empty line, or fills its file in turn; a line that is no record does not.
+    const bool restOfARecord = !shapes[next].endsInside || full(files[next], sizes);
     long fallback = -1;
     for (std::size_t i = next; i-- > 0;) {
         if (continued[i] || !full(files[i], sizes)) continue;
         if (shapes[i].endsInside) return static_cast<long>(i);
-        if (fallback < 0) fallback = static_cast<long>(i);
+        if (fallback < 0 && restOfARecord) fallback = static_cast<long>(i);
     }
     return fallback;
 }

@@ -30,10 +30,10 @@ constexpr long kUndecided = -2;
 // shapes, so that every record split at a size limit is joined again, also when other
 // writers' files sort between the two parts:
 // - a file without a header at its start continues the newest older file that is full (its
-//   size is a rotation size), not yet continued, and ends inside a record (failing that, one
-//   that ends with an empty line: the split fell right after one in the text), unless the
-//   file right before it ends inside a record and is not full: that one was torn, and what
-//   joined the two parts is lost;
+//   size is a rotation size), not yet continued, and ends inside a record (failing that, when
+//   it ends with an empty line itself or is full, one that ends with an empty line: the split
+//   fell right after one in the text), unless the file right before it ends inside a record
+//   and is not full: that one was torn, and what joined the two parts is lost;
 // - a full file that ends inside a record and is not continued that way is continued by the
 //   next file, whatever that file starts with;
 // - nothing else is joined: a file that ends inside a record at another size was torn (a

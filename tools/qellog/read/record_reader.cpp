@@ -90,7 +90,8 @@ RecordReader::Scan RecordReader::endAfterLine(std::size_t lineEnd, std::size_t t
     if (headed && !emptyLine) return Scan::Open;
     const std::size_t after = lineEnd + 1;
     if (after == size) {
-        const bool ends = end == DataEnd::Final || (end == DataEnd::Quiet && emptyLine);
+        const bool quietEnd = emptyLine || !headed;
+        const bool ends = end == DataEnd::Final || (end == DataEnd::Quiet && quietEnd);
         return ends ? Scan::Found : Scan::Wait;
     }
     return endBefore(matchHeader(data + after, size - after, nullptr, nullptr), end);

@@ -15,7 +15,7 @@ namespace qellog {
 enum class DataEnd {
     More,   // more may come: a record that may go on is kept
     Quiet,  // the newest file has not grown for a while: a record that ends with its empty
-            // line at the end of the data is taken as complete
+            // line (a piece: with a line feed) at the end of the data is taken as complete
     Final,  // nothing more comes: everything left is handed out
 };
 
