@@ -1,5 +1,4 @@
-// The tool's pure parts called in this process: the command-line and number parsers, prune's
-// choice of files, the record reader on bytes given by hand, JSON strings and record cuts.
+// The tool's pure parts in this process: parsers, prune's choice, JSON and record cuts.
 
 #include <climits>
 #include <cstdint>
@@ -12,7 +11,7 @@
 #include "prune.h"
 #include "pump.h"
 #include "read/record_reader.h"
-#include "tools/reading.h"
+#include "tools/qellog_fixture.h"
 
 using namespace qellog;
 using qeltest::parseWords;
@@ -24,8 +23,7 @@ TEST(QellogParsers, NumbersSizesCodes) {
         {"0", UINT_MAX, 0}, {"3k", UINT_MAX, 3072}, {"4294967295", UINT_MAX, UINT_MAX},
         {"4G", UINT_MAX, 1}, {"4294967296", UINT_MAX, 1}, {"99999999999999999999", UINT64_MAX, 1},
         {"12Q", UINT_MAX, 1}, {"-1", UINT_MAX, 1}, {"K", UINT_MAX, 1}, {"", UINT_MAX, 1},
-        {"16777215T", UINT64_MAX, 16777215ull << 40}, {"16777216T", UINT64_MAX, 1},
-        {"18446744073709551615", UINT64_MAX, UINT64_MAX}};
+        {"16777215T", UINT64_MAX, 16777215ull << 40}, {"16777216T", UINT64_MAX, 1}};
     for (const auto& c : sizes) {
         std::uint64_t value = 1;
         EXPECT_EQ(c.value != 1, parseSize(c.text, c.max, value)) << c.text;
@@ -50,9 +48,7 @@ TEST(QellogParsers, LoggingCommandLine) {
                                  "verbose, info, warning, error"},
         {{"qellog", "-s", "4G"}, "bad size '4G' for --max-size: expected N, NK, NM or NG, at "
                                  "most 4294967295 bytes"},
-        {{"qellog", "-x", "1", "t"}, "--explain takes no MESSAGE"},
-        {{"qellog", "-x", "z"}, "bad error code 'z' for --explain: expected hexadecimal "
-                                "0x8030CCII or decimal"}};
+        {{"qellog", "-x", "1", "t"}, "--explain takes no MESSAGE"}};
     for (const auto& c : refused) {
         Options options;
         std::string error;
@@ -69,15 +65,10 @@ TEST(QellogParsers, LoggingCommandLine) {
 }
 
 TEST(QellogParsers, PruneArguments) {
-    for (const auto& args : std::vector<std::vector<std::string>>{
-             {"prune", "logs"}, {"prune", "logs", "-k", "x"}, {"prune", "logs", "-s", "1Q"},
-             {"prune", "logs", "-o", "-1"}, {"prune", "a", "b", "-k", "1"}}) {
-        PruneRequest request;
-        EXPECT_EQ(2, parseWords(parsePruneArguments, args, request)) << args.back();
-    }
     PruneRequest request;
-    ASSERT_EQ(0, parseWords(parsePruneArguments, {"prune", "logs", "-s", "1K", "-o", "0.5", "--dry-run"},
-                       request));
+    EXPECT_EQ(2, parseWords(parsePruneArguments, {"prune", "logs", "-o", "-1"}, request));
+    ASSERT_EQ(0, parseWords(parsePruneArguments,
+                            {"prune", "logs", "-s", "1K", "-o", "0.5", "--dry-run"}, request));
     EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep &&
                 request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");
 }
@@ -101,8 +92,7 @@ TEST(PruneTest, TheOldestFilesGoBeyondEachLimit) {
     files[3].modified = now;  // the one written last stays, whatever its name
     EXPECT_EQ(".x...", chosen(9, 9, 0.75));
     EXPECT_EQ("xxx..", chosen(9, 0, 9));
-    // File times are whole seconds: of files written in the same one, the newest name is the
-    // one written last.
+    // Of files written in the same second, the newest name was written last.
     for (PruneCandidate& file : files) file.modified = now;
     EXPECT_EQ("xxxx.", chosen(1, 9, 9));
 }
@@ -117,6 +107,7 @@ TEST(QellogJson, StringsAreValidJsonOfTheirBytes) {
         {"\xc3", "\"\\ufffd\""},
         {"\xe2\x82x", "\"\\ufffd\\ufffdx\""},
         {"\xc0\xaf", "\"\\ufffd\\ufffd\""},
+        {"\xe0\x80\xaf", "\"\\ufffd\\ufffd\\ufffd\""},
         {"\xed\xa0\x80", "\"\\ufffd\\ufffd\\ufffd\""},
         {"\xf4\x90\x80\x80", "\"\\ufffd\\ufffd\\ufffd\\ufffd\""},
         {"\x80\xbf\xf8", "\"\\ufffd\\ufffd\\ufffd\""},
@@ -128,8 +119,7 @@ TEST(QellogJson, StringsAreValidJsonOfTheirBytes) {
     }
 }
 
-// A record with every field, ts with the reader's zone offset; bytes that are no record: the
-// same fields, empty, tid null.
+// ts with the reader's zone offset; bytes that are no record: fields empty, tid null.
 TEST(QellogJson, ARecordIsOneObjectOnOneLine) {
     setenv("TZ", "XYZ-5:30", 1);
     RecordReader reader;
@@ -138,13 +128,13 @@ TEST(QellogJson, ARecordIsOneObjectOnOneLine) {
     reader.append(bytes.data(), bytes.size());
     Record piece, record;
     ASSERT_TRUE(reader.next(piece, DataEnd::Final) && reader.next(record, DataEnd::Final));
-    EXPECT_EQ("{\"module\":\"a\\\"b\",\"version\":\"" QELTEST_VERSION "\",\"level\":\"E\",\"time\":"
-              "\"23:59:59:5\",\"tid\":42,\"text\":\"x\\ny\",\"file\":\"QelLog2026-11-17-23-59-00-0.log\""
-              ",\"date\":\"2026-11-17\",\"ts\":\"2026-11-17T23:59:59.005+05:30\"}",
+    EXPECT_EQ("{\"module\":\"a\\\"b\",\"version\":\"" QELTEST_VERSION "\",\"level\":\"E\","
+              "\"time\":\"23:59:59:5\",\"tid\":42,\"text\":\"x\\ny\",\"file\":\"QelLog2026-11-17-"
+              "23-59-00-0.log\",\"date\":\"2026-11-17\",\"ts\":\"2026-11-17T23:59:59.005+05:30\"}",
               recordJson(record));
-    EXPECT_EQ("{\"module\":\"\",\"version\":\"\",\"level\":\"\",\"time\":\"\",\"tid\":null,\"text\":"
-              "\"stray\\n\",\"file\":\"QelLog2026-11-17-23-59-00-0.log\",\"date\":\"2026-11-17\","
-              "\"ts\":\"\"}",
+    EXPECT_EQ("{\"module\":\"\",\"version\":\"\",\"level\":\"\",\"time\":\"\",\"tid\":null,"
+              "\"text\":\"stray\\n\",\"file\":\"QelLog2026-11-17-23-59-00-0.log\",\"date\":"
+              "\"2026-11-17\",\"ts\":\"\"}",
               recordJson(piece));
     unsetenv("TZ");
 }

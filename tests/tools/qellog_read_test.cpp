@@ -12,7 +12,6 @@ namespace {
 class QellogReadTest : public QellogTest {
 protected:
     void SetUp() override { fs::create_directory(m_logs); }
-    // follow with its state in the test's folder.
     std::vector<std::string> followArgs() const {
         return {"follow", "--state", m_dir / "state", m_logs};
     }
@@ -20,29 +19,28 @@ protected:
     const fs::path m_logs = m_dir / "logs";
 };
 
-// A record as the writer writes it, for folders made by hand.
-std::string line(const std::string& text) {
-    return "[m][V" QELTEST_VERSION " I 10:00:00:0 7]" + text + "\n\n";
-}
-
-// Bytes that are no record are printed, with a warning that names the file and the byte: the
-// start of a folder whose oldest file went away, a torn file, NUL bytes and a foreign file.
+// The start of a folder whose oldest file went away, a torn file and a headless one after it,
+// NUL bytes and a foreign file: printed, with a warning naming the file and the byte.
 TEST_F(QellogReadTest, CatWarnsAboutBytesThatAreNoRecord) {
-    writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log", "rest\n\n" + line("one"));
-    writeFile(m_logs / "QelLog2026-01-01-10-00-02-0.log", line("two") + line("to").substr(0, 29));
-    writeFile(m_logs / "QelLog2026-01-01-10-00-04-0.log", line("six") + std::string(64, '\0'));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log", "rest\n\n" + recordBytes("one"));
+    const std::string torn = recordBytes("two") + recordBytes("to");
+    writeFile(m_logs / "QelLog2026-01-01-10-00-02-0.log", torn.substr(0, torn.size() - 3));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-04-0.log",
+              "rn\n\n" + recordBytes("six") + std::string(64, '\0') + recordBytes("seven"));
     writeFile(m_dir / "notes.txt", "no header\nhere");
     const ChildResult result = run({"cat", "--json", "logs", "notes.txt"});
     EXPECT_EQ("qellog: QelLog2026-01-01-10-00-01-0.log at byte 0: 6 bytes that are not a record, "
               "printed as a record with an empty header\n"
               "qellog: QelLog2026-01-01-10-00-02-0.log at byte 32: a record cut off before its "
               "closing empty line\n"
-              "qellog: QelLog2026-01-01-10-00-04-0.log at byte 32: 64 NUL bytes (data lost in a "
+              "qellog: QelLog2026-01-01-10-00-04-0.log at byte 0: 4 bytes that are not a record, "
+              "printed as a record with an empty header\n"
+              "qellog: QelLog2026-01-01-10-00-04-0.log at byte 36: 64 NUL bytes (data lost in a "
               "crash), left out\n"
               "qellog: notes.txt at byte 0: 14 bytes that are not a record, printed as a record "
               "with an empty header\n",
               result.err);
-    EXPECT_EQ(6u, countOf(result.out, "\n"));  // the NUL bytes left out
+    EXPECT_EQ(8u, countOf(result.out, "\n"));  // the NUL bytes left out
 }
 
 // Only the writer's files go, never the newest one nor one a writer holds a lock on.
@@ -51,9 +49,9 @@ TEST_F(QellogReadTest, PruneDeletesOnlyFreeOldLogFiles) {
     for (const char* name : {"QelLog2020-01-01-00-00-00-05.log", "QelLog-old.log", "x.log.1"})
         writeFile(m_logs / name, "keep");
     const std::string old = "QelLog2026-01-01-10-00-00-0.log";
-    writeFile(m_logs / old, line("old"));
-    writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log", line("new"));
-    EXPECT_EQ("would delete logs/" + old + "\n", run({"prune", "logs", "-k", "1", "--dry-run"}).out);
+    writeFile(m_logs / old, recordBytes("old"));
+    writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log", recordBytes("new"));
+    EXPECT_EQ("would delete logs/" + old + "\n", run({"prune", "logs", "-k1", "--dry-run"}).out);
     const int held = open((m_logs / old).c_str(), O_RDONLY);  // as a writer holds its file
     ASSERT_EQ(0, flock(held, LOCK_SH));
     EXPECT_EQ("kept logs/" + old + ": a writer holds it\n", run({"prune", "logs", "-k", "1"}).out);
@@ -62,30 +60,30 @@ TEST_F(QellogReadTest, PruneDeletesOnlyFreeOldLogFiles) {
     EXPECT_EQ(5u, std::distance(fs::directory_iterator(m_logs), fs::directory_iterator()));
 }
 
-// However many SIGINT and SIGTERM come, follow ends after a whole record with its state saved;
-// the next run goes on in the file, which grew without rotating.
+// Any SIGINT and SIGTERM end follow after a whole record, state saved; the next run goes on.
 TEST_F(QellogReadTest, FollowStopsWholeOnAnySignalsAndTheNextRunGoesOn) {
     std::string big;
-    for (int i = 0; i < 4000; ++i) big += line(std::to_string(i) + std::string(2000, 'b'));
+    for (int i = 0; i < 4000; ++i) big += recordBytes(std::to_string(i) + std::string(2000, 'b'));
     const std::string file = m_logs / "QelLog2026-01-01-10-00-00-9.log";
     writeFile(file, big);
     Follower one(m_dir, "out1", followArgs());
     one.lines(1);
     for (int signal : {SIGTERM, SIGINT, SIGTERM, SIGINT}) kill(one.pid, signal);
     EXPECT_EQ(0, one.stop(SIGINT));
-    writeFile(file, big + line("4000"));
+    writeFile(file, big + recordBytes("4000"));
     const std::string out1 = readFile(one.out);
     const std::size_t rest = 4001 - countOf(out1, "\n\n");
     Follower two(m_dir, "out2", followArgs());
     EXPECT_EQ(2 * rest, two.lines(2 * rest));
     EXPECT_EQ(0, two.stop(SIGTERM));
-    EXPECT_EQ(big + line("4000"), out1 + readFile(two.out));
+    EXPECT_EQ(big + recordBytes("4000"), out1 + readFile(two.out));
 }
 
-// Nothing is known of what was printed: everything is printed again rather than lost.
+// A state file cut short (after a whole line): everything is printed again rather than lost.
 TEST_F(QellogReadTest, FollowKeepsADamagedStateFileAsideAndPrintsEverythingAgain) {
-    writeFile(m_logs / "QelLog2026-01-01-10-00-00-0.log", line("one") + line("two"));
-    writeFile(m_dir / "state", "qellog-follow 2\nQelLog2026-01-01-10");
+    const std::string cut = "qellog-follow 2\nQelLog2026-01-01-10-00-00-0.log 0 33 0\n";
+    writeFile(m_logs / "QelLog2026-01-01-10-00-00-0.log", recordBytes("one") + recordBytes("two"));
+    writeFile(m_dir / "state", cut);
     Follower follower(m_dir, "out", followArgs());
     EXPECT_EQ(4u, follower.lines(4));
     EXPECT_EQ(0, follower.stop(SIGTERM));
@@ -93,19 +91,19 @@ TEST_F(QellogReadTest, FollowKeepsADamagedStateFileAsideAndPrintsEverythingAgain
     EXPECT_EQ("qellog: the state file '" + state + "' is empty or damaged (kept as '" + state +
                   ".bad'); printing every record of the folder again\n",
               readFile(follower.out + ".err"));
-    EXPECT_EQ("qellog-follow 2\nQelLog2026-01-01-10", readFile(state + ".bad"));
+    EXPECT_EQ(cut, readFile(state + ".bad"));
 }
 
 // A writer that never pauses keeps its last record open: follow -n still ends its catch-up.
 TEST_F(QellogReadTest, FollowEndsItsCatchUpWhileAWriterNeverPauses) {
     const std::string busy = m_logs / "QelLog2026-01-01-10-00-00-0.log";
-    writeFile(busy, line("done") + line("open"));
+    writeFile(busy, recordBytes("done") + recordBytes("open"));
     Follower tail(m_dir, "tail", {"follow", "-n", "1", m_logs});
     for (int i = 0; i < 500 && tail.lines(2, 0) < 2; ++i) {
         std::ofstream(busy, std::ios::app) << "more\n";
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    EXPECT_EQ(line("done"), readFile(tail.out));
+    EXPECT_EQ(recordBytes("done"), readFile(tail.out));
 }
 
 }  // namespace
