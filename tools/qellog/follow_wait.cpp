@@ -6,6 +6,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "read/folder_follower.h"
@@ -17,10 +18,12 @@ volatile sig_atomic_t g_stop = 0;
 int g_wakeFd = -1;
 
 void onStopSignal(int) {
+    const int error = errno;  // the thread that was interrupted may be about to read it
     g_stop = 1;
     const char byte = 0;
     const ssize_t ignored = write(g_wakeFd, &byte, 1);
     (void)ignored;
+    errno = error;
 }
 
 }  // namespace
