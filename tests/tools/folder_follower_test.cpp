@@ -54,8 +54,7 @@ TEST_F(FolderFollowerTest, ARecordSplitTwiceIsJoinedAsItsFilesCome) {
     EXPECT_EQ(Texts({text, "b"}), resumed.texts());
 }
 
-// A file replaced under its name is read anew; a new file with an older name (the clock went
-// back) is read too.
+// A file replaced under its name is read anew; one with an older name (a clock step) is read.
 TEST_F(FolderFollowerTest, ReplacedFilesAndOlderNamesAreRead) {
     writeFiles({recordBytes("old")}, 5);
     settle();

@@ -104,13 +104,10 @@ TEST(QellogJson, StringsAreValidJsonOfTheirBytes) {
         {"q\" b\\ \n\r\t\x01\x7f", "\"q\\\" b\\\\ \\n\\r\\t\\u0001\\u007f\""},
         {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf",
          "\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf\""},
-        {"\xc3", "\"\\ufffd\""},
-        {"\xe2\x82x", "\"\\ufffd\\ufffdx\""},
-        {"\xc0\xaf", "\"\\ufffd\\ufffd\""},
-        {"\xe0\x80\xaf", "\"\\ufffd\\ufffd\\ufffd\""},
-        {"\xed\xa0\x80", "\"\\ufffd\\ufffd\\ufffd\""},
-        {"\xf4\x90\x80\x80", "\"\\ufffd\\ufffd\\ufffd\\ufffd\""},
-        {"\x80\xbf\xf8", "\"\\ufffd\\ufffd\\ufffd\""},
+        {"\xc3", "\"\\ufffd\""}, {"\xe2\x82x", "\"\\ufffd\\ufffdx\""},
+        {"\xc0\xaf", "\"\\ufffd\\ufffd\""}, {"\xe0\x80\xaf", "\"\\ufffd\\ufffd\\ufffd\""},
+        {"\xed\xa0\x80", "\"\\ufffd\\ufffd\\ufffd\""}, {"\x80\xbf", "\"\\ufffd\\ufffd\""},
+        {"\xf4\x90\x80\x80", "\"\\ufffd\\ufffd\\ufffd\\ufffd\""}, {"\xf8", "\"\\ufffd\""},
     };
     for (const auto& c : cases) {
         std::string json;

@@ -59,7 +59,7 @@ inline Texts splitAt(const std::string& bytes, std::size_t limit) {
     return files;
 }
 
-// What reading handed out.
+// What reading handed out; a sink for both records and warnings (pass it as std::ref).
 struct ReadBack {
     std::vector<qellog::Record> records;
     std::vector<qellog::ReadWarning> warnings;
@@ -72,7 +72,6 @@ struct ReadBack {
         }
         return texts;
     }
-    // A sink for both the records and the warnings (pass it as std::ref).
     void operator()(const qellog::Record& record) { records.push_back(record); }
     void operator()(const qellog::ReadWarning& warning) { warnings.push_back(warning); }
     std::vector<qellog::WarningKind> warningKinds() const {
@@ -82,7 +81,6 @@ struct ReadBack {
     }
 };
 
-// The texts of records parsed from the console.
 inline std::vector<std::string> textsOf(const std::vector<Record>& records) {
     std::vector<std::string> texts;
     for (const Record& record : records) texts.push_back(record.text);

@@ -19,8 +19,8 @@ protected:
     const fs::path m_logs = m_dir / "logs";
 };
 
-// The start of a folder whose oldest file went away, a torn file and a headless one after it,
-// NUL bytes and a foreign file: printed, with a warning naming the file and the byte.
+// No record (a start whose file went, a tear and what follows it, NUL bytes, a foreign file):
+// printed, with a warning naming the file and the byte.
 TEST_F(QellogReadTest, CatWarnsAboutBytesThatAreNoRecord) {
     writeFile(m_logs / "QelLog2026-01-01-10-00-01-0.log", "rest\n\n" + recordBytes("one"));
     const std::string torn = recordBytes("two") + recordBytes("to");
