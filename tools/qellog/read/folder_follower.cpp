@@ -92,8 +92,9 @@ void FolderFollower::takeUp(std::vector<LogFile>& files, const std::vector<std::
     const std::set<std::uint64_t> sizes = rotationSizes(files, shapes);
     for (const std::size_t i : fresh) {
         if (files[i].size == 0 || stopping()) continue;
-        Tracked* before = continues[i] >= 0 ? &m_files[files[continues[i]].time] : nullptr;
-        track(files[i], shapes[i], before, sizes);
+        const auto before =
+            continues[i] >= 0 ? m_files.find(files[continues[i]].time) : m_files.end();
+        track(files[i], shapes[i], before != m_files.end() ? &before->second : nullptr, sizes);
         read(m_files[files[i].time]);
     }
 }
