@@ -1,38 +1,29 @@
-// The tool's pure parts called in this process: the command-line and number parsers, prune's
-// choice of files, and the record reader on bytes given by hand.
+// The tool's pure parts in this process: parsers, prune's choice, JSON and record cuts.
 
 #include <climits>
 #include <cstdint>
 
 #include <gtest/gtest.h>
 
+#include "json.h"
 #include "numbers.h"
 #include "options.h"
 #include "prune.h"
 #include "pump.h"
-#include "records.h"
-#include "support/test_support.h"
+#include "read/record_reader.h"
+#include "tools/qellog_fixture.h"
 
 using namespace qellog;
+using qeltest::parseWords;
 
 namespace {
 
-// Calls `parser` with `words` as its argc and argv, then `rest`.
-template <typename Parser, typename... Rest>
-int parse(Parser parser, const std::vector<std::string>& words, Rest&... rest) {
-    std::vector<char*> argv;
-    for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    return parser(static_cast<int>(words.size()), argv.data(), rest...);
-}
-
-TEST(QellogParsers, NumbersSizesAndCodes) {
+TEST(QellogParsers, NumbersSizesCodes) {
     const struct { const char* text; std::uint64_t max, value; } sizes[] = {  // value 1: refused
         {"0", UINT_MAX, 0}, {"3k", UINT_MAX, 3072}, {"4294967295", UINT_MAX, UINT_MAX},
         {"4G", UINT_MAX, 1}, {"4294967296", UINT_MAX, 1}, {"99999999999999999999", UINT64_MAX, 1},
         {"12Q", UINT_MAX, 1}, {"-1", UINT_MAX, 1}, {"K", UINT_MAX, 1}, {"", UINT_MAX, 1},
-        {"16777215T", UINT64_MAX, 16777215ull << 40}, {"16777216T", UINT64_MAX, 1},
-        {"18446744073709551615", UINT64_MAX, UINT64_MAX}};
+        {"16777215T", UINT64_MAX, 16777215ull << 40}, {"16777216T", UINT64_MAX, 1}};
     for (const auto& c : sizes) {
         std::uint64_t value = 1;
         EXPECT_EQ(c.value != 1, parseSize(c.text, c.max, value)) << c.text;
@@ -57,37 +48,32 @@ TEST(QellogParsers, LoggingCommandLine) {
                                  "verbose, info, warning, error"},
         {{"qellog", "-s", "4G"}, "bad size '4G' for --max-size: expected N, NK, NM or NG, at "
                                  "most 4294967295 bytes"},
-        {{"qellog", "-x", "1", "t"}, "--explain takes no MESSAGE"},
-        {{"qellog", "-x", "z"}, "bad error code 'z' for --explain: expected hexadecimal "
-                                "0x8030CCII or decimal"}};
+        {{"qellog", "-x", "1", "t"}, "--explain takes no MESSAGE"}};
     for (const auto& c : refused) {
         Options options;
         std::string error;
-        EXPECT_FALSE(parse(parseOptions, c.args, options, error) || error != c.error) << error;
+        EXPECT_FALSE(parseWords(parseOptions, c.args, options, error) || error != c.error) << error;
     }
     const std::vector<std::string> words = {"qellog", "-m", "cam", "-l", "Warning", "-t", "V",
                                             "-d", "logs", "-s", "2K", "--no-console", "a", "b"};
     Options o;  // it points into the words
     std::string error;
-    ASSERT_TRUE(parse(parseOptions, words, o, error)) << error;
+    ASSERT_TRUE(parseWords(parseOptions, words, o, error)) << error;
     EXPECT_EQ("cam logs", std::string(o.module) + " " + o.folder);
     EXPECT_TRUE(o.level == QEL_LOG_WARNING && o.threshold == QEL_LOG_VERBOSE && o.hasThreshold);
     EXPECT_TRUE(o.hasMaxSize && o.maxSize == 2048 && !o.console && o.words.size() == 2);
 }
 
-TEST(QellogParsers, PruneArgumentsAndChoice) {
-    for (const auto& args : std::vector<std::vector<std::string>>{
-             {"prune", "logs"}, {"prune", "logs", "-k", "x"}, {"prune", "logs", "-s", "1Q"},
-             {"prune", "logs", "-o", "-1"}, {"prune", "a", "b", "-k", "1"}}) {
-        PruneRequest request;
-        EXPECT_EQ(2, parse(parsePruneArguments, args, request)) << args.back();
-    }
+TEST(QellogParsers, PruneArguments) {
     PruneRequest request;
-    ASSERT_EQ(0, parse(parsePruneArguments, {"prune", "logs", "-s", "1K", "-o", "0.5", "--dry-run"},
-                       request));
+    EXPECT_EQ(2, parseWords(parsePruneArguments, {"prune", "logs", "-o", "-1"}, request));
+    ASSERT_EQ(0, parseWords(parsePruneArguments,
+                            {"prune", "logs", "-s", "1K", "-o", "0.5", "--dry-run"}, request));
     EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep &&
                 request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");
+}
 
+TEST(PruneTest, TheOldestFilesGoBeyondEachLimit) {
     // Five files of 300 bytes, oldest first, written 24, 20, 16, 12 and 8 hours before `now`.
     const std::time_t now = 1000000;
     std::vector<PruneCandidate> files;
@@ -106,34 +92,52 @@ TEST(QellogParsers, PruneArgumentsAndChoice) {
     files[3].modified = now;  // the one written last stays, whatever its name
     EXPECT_EQ(".x...", chosen(9, 9, 0.75));
     EXPECT_EQ("xxx..", chosen(9, 0, 9));
+    // Of files written in the same second, the newest name was written last.
+    for (PruneCandidate& file : files) file.modified = now;
+    EXPECT_EQ("xxxx.", chosen(1, 9, 9));
 }
 
-// The longest module a header can have, and a newest file cut right after one line feed.
-TEST(QellogReader, HeaderLimitsAndQuietEnds) {
-    const std::string header =
-        "[" + std::string(127, 'm') + "][V" QELTEST_VERSION " W 01:02:03:4 56]";
-    Header parsed;
-    std::size_t length = 0;
-    ASSERT_EQ(HeaderMatch::Yes, matchHeader(header.data(), header.size(), &parsed, &length));
-    EXPECT_TRUE(parsed.module == std::string(127, 'm') && length == header.size());
-    const std::string tooLong = "[m" + header.substr(1);
-    EXPECT_EQ(HeaderMatch::No, matchHeader(tooLong.data(), tooLong.size(), nullptr, nullptr));
+// Line breaks and control characters escaped; any byte that is not part of valid UTF-8 (cut,
+// overlong, a surrogate, above U+10FFFF) becomes U+FFFD; whole characters stay as they are.
+TEST(QellogJson, StringsAreValidJsonOfTheirBytes) {
+    const struct { std::string bytes, json; } cases[] = {
+        {"q\" b\\ \n\r\t\x01\x7f", "\"q\\\" b\\\\ \\n\\r\\t\\u0001\\u007f\""},
+        {"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf",
+         "\"caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x98\x80 \xf4\x8f\xbf\xbf\""},
+        {"\xc3", "\"\\ufffd\""}, {"\xe2\x82x", "\"\\ufffd\\ufffdx\""},
+        {"\xc0\xaf", "\"\\ufffd\\ufffd\""}, {"\xe0\x80\xaf", "\"\\ufffd\\ufffd\\ufffd\""},
+        {"\xed\xa0\x80", "\"\\ufffd\\ufffd\\ufffd\""}, {"\x80\xbf", "\"\\ufffd\\ufffd\""},
+        {"\xf4\x90\x80\x80", "\"\\ufffd\\ufffd\\ufffd\\ufffd\""}, {"\xf8", "\"\\ufffd\""},
+    };
+    for (const auto& c : cases) {
+        std::string json;
+        appendJsonString(json, c.bytes.data(), c.bytes.size());
+        EXPECT_EQ(c.json, json) << c.bytes;
+    }
+}
 
+// ts with the reader's zone offset; bytes that are no record: fields empty, tid null.
+TEST(QellogJson, ARecordIsOneObjectOnOneLine) {
+    setenv("TZ", "XYZ-5:30", 1);
     RecordReader reader;
-    reader.beginFile(logFileAt("logs/QelLog2026-01-01-00-00-00-0.log"), 0, false);
-    const std::string bytes = header + "text\n";
+    reader.beginFile(logFileAt("QelLog2026-11-17-23-59-00-0.log"), 0, false);
+    const std::string bytes = "stray\n[a\"b][V" QELTEST_VERSION " E 23:59:59:5 42]x\ny\n\n";
     reader.append(bytes.data(), bytes.size());
-    Record record;
-    EXPECT_FALSE(reader.next(record, DataEnd::Quiet));  // one line feed is no record end
-    reader.append("\n", 1);
-    ASSERT_TRUE(reader.next(record, DataEnd::Quiet));
-    EXPECT_TRUE(record.headed && record.complete);
-    EXPECT_EQ("text", record.bytes.substr(record.textBegin, record.textEnd - record.textBegin));
-    EXPECT_EQ("2026-01-01", record.date);
+    Record piece, record;
+    ASSERT_TRUE(reader.next(piece, DataEnd::Final) && reader.next(record, DataEnd::Final));
+    EXPECT_EQ("{\"module\":\"a\\\"b\",\"version\":\"" QELTEST_VERSION "\",\"level\":\"E\","
+              "\"time\":\"23:59:59:5\",\"tid\":42,\"text\":\"x\\ny\",\"file\":\"QelLog2026-11-17-"
+              "23-59-00-0.log\",\"date\":\"2026-11-17\",\"ts\":\"2026-11-17T23:59:59.005+05:30\"}",
+              recordJson(record));
+    EXPECT_EQ("{\"module\":\"\",\"version\":\"\",\"level\":\"\",\"time\":\"\",\"tid\":null,"
+              "\"text\":\"stray\\n\",\"file\":\"QelLog2026-11-17-23-59-00-0.log\",\"date\":"
+              "\"2026-11-17\",\"ts\":\"\"}",
+              recordJson(piece));
+    unsetenv("TZ");
 }
 
 // A long text is cut into records at a character boundary when it is UTF-8.
-TEST(QellogReader, RecordCutsKeepCharactersWhole) {
+TEST(QellogPump, LongTextsAreCutBetweenCharacters) {
     const auto repeat = [](const char* piece, int times) {
         std::string text;
         for (int i = 0; i < times; ++i) text += piece;

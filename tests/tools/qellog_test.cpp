@@ -1,5 +1,4 @@
-// Runs the built qellog in a fresh folder and checks the exact bytes it leaves on the console and
-// in the log files.
+// The built qellog logging: the exact bytes it leaves on the console and in the log files.
 
 #include "tools/qellog_fixture.h"
 
@@ -32,8 +31,7 @@ TEST_F(QellogTest, StdinLinesAndMessageWordsBecomeRecords) {
               records[0].module + " " + records[0].level + " " + records[0].text);
     EXPECT_TRUE(logFiles(m_dir).empty());
 
-    // Below the threshold: nothing anywhere. Console off, file in the working directory,
-    // verbose records let through.
+    // Below the threshold: nothing. Console off, file in the working folder, V let through.
     EXPECT_EQ("", run({"--threshold", "E", "--level", "W", "--file", "dropped"}).out +
                       concatenatedLogs(m_dir));
     EXPECT_EQ("", run({"--no-console", "--file", "-t", "V", "-l", "V", "quiet"}).out);
@@ -42,10 +40,8 @@ TEST_F(QellogTest, StdinLinesAndMessageWordsBecomeRecords) {
     EXPECT_EQ("qellog V quiet", records[0].module + " " + records[0].level + " " + records[0].text);
 }
 
-// Long lines continue in the next records. The first read fills a 64 KiB block exactly after two
-// records' worth of a line whose line feed opens the next block: that line must give two
-// records, not an empty third. Lines of every length up to a few records then cross the later
-// block boundaries in every position.
+// A line of two records' worth whose line feed opens the second 64 KiB block gives two records,
+// not an empty third; lines of every length then cross the later block boundaries anywhere.
 TEST_F(QellogTest, LongLinesArriveWholeInConsecutiveRecords) {
     std::vector<std::string> lines = {std::string(64 * 1024 - 1 - 2 * kRecordText, 'a'),
                                       std::string(2 * kRecordText, 'b')};

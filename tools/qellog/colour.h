@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "records.h"
+#include "read/record.h"
 
 namespace qellog {
 

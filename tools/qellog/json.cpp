@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "timestamps.h"
+#include "read/civil_time.h"
 
 namespace qellog {
 namespace {

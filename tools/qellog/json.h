@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "records.h"
+#include "read/record.h"
 
 namespace qellog {
 

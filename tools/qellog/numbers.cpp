@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "read/text_cursor.h"
+
 namespace qellog {
 namespace {
 

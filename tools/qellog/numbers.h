@@ -5,8 +5,6 @@
 
 namespace qellog {
 
-inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 // Digits of `base` (10 or 16) up to the end of `text` into `value`. Returns false for an empty
 // text, any other character, or a value above `max`.
 bool parseUnsigned(const char* text, int base, std::uint64_t max, std::uint64_t& value);

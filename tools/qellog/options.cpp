@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "filter.h"
+#include "read/record_filter.h"
 #include "numbers.h"
 
 namespace qellog {

@@ -1,36 +1,35 @@
 #include "output.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
 
 #include "colour.h"
 #include "json.h"
 
 namespace qellog {
+namespace {
 
-void RecordPrinter::print(const Record& record) {
-    const unsigned long long offset = record.offset;
+// What is wrong with a record that is not whole, as the warning says it.
+std::string problemOf(const Record& record, bool json) {
     if (record.zeros) {
-        std::fprintf(stderr, "qellog: %s at byte %llu: %zu NUL bytes (data lost in a crash), "
-                     "left out\n", record.file.c_str(), offset, record.bytes.size());
-        return;
+        return std::to_string(record.bytes.size()) + " NUL bytes (data lost in a crash), left out";
     }
     if (!record.headed) {
-        std::fprintf(stderr,
-                     "qellog: %s at byte %llu: %zu bytes that are not a record, printed %s\n",
-                     record.file.c_str(), offset, record.bytes.size(),
-                     m_json ? "as a record with an empty header" : "as they are");
-    } else if (record.cut) {
-        std::fprintf(stderr, "qellog: %s at byte %llu: a record without end, printed in pieces\n",
-                     record.file.c_str(), offset);
-    } else if (!record.complete) {
-        std::fprintf(stderr,
-                     "qellog: %s at byte %llu: a record cut off before its closing empty line\n",
-                     record.file.c_str(), offset);
+        return std::to_string(record.bytes.size()) + " bytes that are not a record, printed " +
+               (json ? "as a record with an empty header" : "as they are");
     }
+    if (record.cut) return "a record without end, printed in pieces";
+    return "a record cut off before its closing empty line";
+}
+
+}  // namespace
+
+void RecordPrinter::print(const Record& record) {
+    if (!record.whole()) {
+        std::fprintf(stderr, "qellog: %s at byte %llu: %s\n", record.file.c_str(),
+                     static_cast<unsigned long long>(record.offset),
+                     problemOf(record, m_json).c_str());
+    }
+    if (record.zeros) return;
     if (m_json) {
         const std::string line = recordJson(record) + "\n";
         std::fwrite(line.data(), 1, line.size(), stdout);
@@ -44,28 +43,28 @@ void RecordPrinter::print(const Record& record) {
 
 bool RecordPrinter::flush() { return std::fflush(stdout) == 0 && !std::ferror(stdout); }
 
-long long readInto(const std::string& path, unsigned long long offset, RecordReader& reader,
-                   const std::function<void()>& drain) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return -1;
-    char buffer[64 * 1024];
-    long long total = 0;
-    for (;;) {
-        const ssize_t got = pread(fd, buffer, sizeof(buffer), static_cast<off_t>(offset + total));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) {
-            const int error = errno;
-            close(fd);
-            errno = error;
-            return -1;
-        }
-        if (got == 0) break;
-        reader.append(buffer, static_cast<std::size_t>(got));
-        total += got;
-        if (drain) drain();
+std::string warningText(const ReadWarning& warning) {
+    const std::string& file = warning.file;
+    switch (warning.kind) {
+        case WarningKind::CannotRead: return "cannot read '" + file + "': " + warning.reason;
+        case WarningKind::CannotReadFolder:
+            return "cannot read folder '" + file + "': " + warning.reason;
+        case WarningKind::ClockWentBack:
+            return file + ": the clock went back while the files were written; the records may "
+                          "not be in the order they were written";
+        case WarningKind::Replaced:
+            return file + " was replaced by another file; reading the new one";
+        case WarningKind::GoneUnread: return file + " is gone before it was read to its end";
+        case WarningKind::EndGuessed:
+            return file + " at byte " + std::to_string(warning.offset) +
+                   ": the record before was taken as complete when the file stopped growing, "
+                   "but it went on";
     }
-    close(fd);
-    return total;
+    return file;
+}
+
+void printWarning(const ReadWarning& warning) {
+    std::fprintf(stderr, "qellog: %s\n", warningText(warning).c_str());
 }
 
 }  // namespace qellog

@@ -1,10 +1,10 @@
 #ifndef QELLOG_OUTPUT_H_
 #define QELLOG_OUTPUT_H_
 
-#include <functional>
 #include <string>
 
-#include "records.h"
+#include "read/read_warning.h"
+#include "read/record.h"
 
 namespace qellog {
 
@@ -23,11 +23,10 @@ private:
     bool m_colour;
 };
 
-// Reads the file at `path` from `offset` to its current end into `reader`. Returns the number
-// of bytes read, or -1 with errno set when the file cannot be opened or read. `drain` (when
-// set) runs after each piece of the file, so that a large file need not be held whole.
-long long readInto(const std::string& path, unsigned long long offset, RecordReader& reader,
-                   const std::function<void()>& drain = nullptr);
+// The line (without "qellog: " and the line feed) that tells the operator about `warning`.
+std::string warningText(const ReadWarning& warning);
+// Prints `warning` on standard error, as "qellog: " and its text.
+void printWarning(const ReadWarning& warning);
 
 }  // namespace qellog
 

@@ -20,7 +20,7 @@
 #include "commands.h"
 #include "numbers.h"
 #include "prune.h"
-#include "records.h"
+#include "read/log_file.h"
 
 namespace qellog {
 namespace {

@@ -7,7 +7,8 @@
 
 #include "commands.h"
 #include "numbers.h"
-#include "timestamps.h"
+#include "read/civil_time.h"
+#include "time_spec.h"
 
 namespace qellog {
 namespace {
@@ -129,7 +130,7 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
     options.paths.assign(argv + optind, argv + argc);
     const bool one = command == ReadCommand::Follow;  // follow reads one folder
     if (options.paths.empty() ||
-        (one && (options.paths.size() > 1 || options.paths[0][0] == '\0'))) {
+        (one && (options.paths.size() > 1 || options.paths[0].empty()))) {
         std::fprintf(stderr, "qellog: %s needs %s (see qellog %s --help)\n",
                      commandName(command), one ? "one DIR" : "a DIR or FILE", commandName(command));
         return 2;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "colour.h"
-#include "filter.h"
+#include "read/record_filter.h"
 
 namespace qellog {
 
@@ -21,7 +21,7 @@ struct ReadOptions {
     std::uint64_t lines = 0;
     ColourMode colour = ColourMode::Auto;
     std::string statePath;     // follow --state
-    std::vector<const char*> paths;  // DIR or FILE arguments, into argv
+    std::vector<std::string> paths;  // DIR or FILE arguments
 };
 
 // Reads the arguments of `command` (argv[0] is its name). Returns 0 when `options` is usable,

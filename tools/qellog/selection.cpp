@@ -5,7 +5,7 @@ namespace qellog {
 void Selection::take(const Record& record) {
     if (!m_filter.matches(record)) return;
     if (!m_tailing) {
-        m_printer.print(record);
+        m_print(record);
         return;
     }
     if (m_lines == 0) return;
@@ -14,7 +14,7 @@ void Selection::take(const Record& record) {
 }
 
 void Selection::endTail() {
-    for (const Record& record : m_kept) m_printer.print(record);
+    for (const Record& record : m_kept) m_print(record);
     m_kept.clear();
     m_tailing = false;
 }

@@ -3,10 +3,10 @@
 
 #include <cstdint>
 #include <deque>
+#include <utility>
 
-#include "filter.h"
-#include "output.h"
-#include "records.h"
+#include "read/read_warning.h"
+#include "read/record_filter.h"
 
 namespace qellog {
 
@@ -14,9 +14,10 @@ namespace qellog {
 // once or, with a tail of N, only the last N of those read before endTail().
 class Selection {
 public:
-    // `tail`: keep back the last `lines` records until endTail().
-    Selection(const RecordFilter& filter, RecordPrinter& printer, bool tail, std::uint64_t lines)
-        : m_filter(filter), m_printer(printer), m_tailing(tail), m_lines(lines) {}
+    // `print` gets the records that go out; `tail`: keep back the last `lines` records until
+    // endTail().
+    Selection(const RecordFilter& filter, RecordSink print, bool tail, std::uint64_t lines)
+        : m_filter(filter), m_print(std::move(print)), m_tailing(tail), m_lines(lines) {}
 
     void take(const Record& record);
     // Prints the records kept back; from here on each record that passes goes out at once.
@@ -24,7 +25,7 @@ public:
 
 private:
     const RecordFilter& m_filter;
-    RecordPrinter& m_printer;
+    RecordSink m_print;
     bool m_tailing;
     std::uint64_t m_lines;
     std::deque<Record> m_kept;

@@ -13,8 +13,10 @@
 
 #include "commands.h"
 #include "json.h"
+#include "output.h"
+#include "read/civil_time.h"
+#include "read/folder_reader.h"
 #include "read_options.h"
-#include "timestamps.h"
 
 namespace qellog {
 namespace {
@@ -48,7 +50,7 @@ void RecordStats::addFile(std::uint64_t bytes) {
 }
 
 void RecordStats::add(const Record& record) {
-    if (!record.headed || record.cut || !record.complete) ++m_warnings;
+    if (!record.whole()) ++m_warnings;
     if (!record.headed) {
         ++m_pieces;
         return;
@@ -126,12 +128,12 @@ int runStats(int argc, char** argv) {
     if (parsed != 0) return parsed < 0 ? 0 : parsed;
     RecordStats stats;
     std::vector<LogFile> files;
-    const int status = readRecords(
+    const bool read = readPaths(
         options.paths,
         [&](const Record& record) {
             if (options.filter.matches(record)) stats.add(record);
         },
-        &files);
+        printWarning, &files);
     for (const LogFile& file : files) {
         struct stat status;
         stats.addFile(stat(file.path.c_str(), &status) == 0
@@ -144,7 +146,7 @@ int runStats(int argc, char** argv) {
         std::fprintf(stderr, "qellog: cannot write the summary: %s\n", std::strerror(errno));
         return 1;
     }
-    return status;
+    return read ? 0 : 1;
 }
 
 }  // namespace qellog

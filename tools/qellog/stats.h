@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "records.h"
+#include "read/record.h"
 
 namespace qellog {
 

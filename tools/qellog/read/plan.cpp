@@ -1,10 +1,13 @@
 #include "plan.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <ctime>
 #include <map>
+
+#include "header.h"
 
 namespace qellog {
 namespace {
@@ -18,16 +21,19 @@ bool full(const LogFile& file, const std::set<std::uint64_t>& sizes) {
 
 // The newest file before `next` that `next`, which starts without a header, continues; -1
 // when there is none.
-long continuedBy(std::size_t next, const std::vector<LogFile>& files,
-                 const std::vector<FileShape>& shapes, const std::set<std::uint64_t>& sizes,
-                 const std::vector<bool>& continued) {
+long headlessContinues(std::size_t next, const std::vector<LogFile>& files,
+                       const std::vector<FileShape>& shapes, const std::set<std::uint64_t>& sizes,
+                       const std::vector<bool>& continued) {
     // The file right before it was torn inside a record: the start of these bytes is lost.
     if (next > 0 && shapes[next - 1].endsInside && !full(files[next - 1], sizes)) return -1;
+    // Where a split fell right after an empty line of a text, the rest of that record ends
+    // with its own empty line, or fills its file in turn; a line that is no record does not.
+    const bool restOfARecord = !shapes[next].endsInside || full(files[next], sizes);
     long fallback = -1;
     for (std::size_t i = next; i-- > 0;) {
         if (continued[i] || !full(files[i], sizes)) continue;
         if (shapes[i].endsInside) return static_cast<long>(i);
-        if (fallback < 0) fallback = static_cast<long>(i);
+        if (fallback < 0 && restOfARecord) fallback = static_cast<long>(i);
     }
     return fallback;
 }
@@ -48,24 +54,35 @@ std::set<std::uint64_t> rotationSizes(const std::vector<LogFile>& files,
     return sizes;
 }
 
-std::vector<PlannedFile> planReading(const std::vector<LogFile>& files,
-                                     const std::vector<FileShape>& shapes) {
+void joinFiles(const std::vector<LogFile>& files, const std::vector<FileShape>& shapes,
+               std::vector<long>& continues, std::vector<bool>& continued) {
     const std::set<std::uint64_t> sizes = rotationSizes(files, shapes);
     const std::size_t count = files.size();
-    std::vector<long> before(count, -1);  // the file that each one continues
-    std::vector<bool> continued(count, false);
+    const auto join = [&](std::size_t next, long before) {
+        continues[next] = before;
+        if (before >= 0) continued[before] = true;
+    };
+    // Headless files first: a continuation of another writer's split may sort after a file
+    // that starts with a header.
     for (std::size_t i = 0; i < count; ++i) {
-        if (!files[i].named || !shapes[i].headless) continue;
-        before[i] = continuedBy(i, files, shapes, sizes, continued);
-        if (before[i] >= 0) continued[before[i]] = true;
+        if (continues[i] != kUndecided || !shapes[i].headless) continue;
+        join(i, files[i].named ? headlessContinues(i, files, shapes, sizes, continued)
+                               : kContinuesNone);
     }
-    for (std::size_t i = 0; i + 1 < count; ++i) {
-        if (continued[i] || !shapes[i].endsInside || !full(files[i], sizes)) continue;
-        if (before[i + 1] < 0 && files[i + 1].named && !shapes[i + 1].headless) {
-            before[i + 1] = static_cast<long>(i);
-            continued[i] = true;
-        }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (continues[i] != kUndecided) continue;
+        const bool splitBefore = i > 0 && !continued[i - 1] && shapes[i - 1].endsInside &&
+                                 full(files[i - 1], sizes);
+        join(i, splitBefore && files[i].named ? static_cast<long>(i - 1) : kContinuesNone);
     }
+}
+
+std::vector<PlannedFile> planReading(const std::vector<LogFile>& files,
+                                     const std::vector<FileShape>& shapes) {
+    const std::size_t count = files.size();
+    std::vector<long> before(count, kUndecided);
+    std::vector<bool> continued(count, false);
+    joinFiles(files, shapes, before, continued);
     std::vector<long> after(count, -1);
     for (std::size_t i = 0; i < count; ++i) {
         if (before[i] >= 0) after[before[i]] = static_cast<long>(i);
@@ -99,23 +116,25 @@ const LogFile* clockWentBack(const std::vector<LogFile>& files, std::int64_t now
     return nullptr;
 }
 
-FileShape shapeOf(const std::string& path, std::uint64_t size) {
+FileShape shapeOf(LogFile& file) {
     FileShape shape;
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0 || size == 0) {
-        if (fd >= 0) close(fd);
-        return shape;
-    }
+    const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return shape;
+    struct stat status;
+    if (fstat(fd, &status) == 0) file.size = static_cast<std::uint64_t>(status.st_size);
     char head[kHeaderReach];
     char tail[2] = {0, 0};
-    const ssize_t got = pread(fd, head, sizeof(head), 0);
-    const ssize_t tailGot = pread(fd, tail, 2, static_cast<off_t>(size >= 2 ? size - 2 : 0));
+    ssize_t got = 0, tailGot = 0;
+    if (file.size > 0) {
+        got = pread(fd, head, sizeof(head), 0);
+        tailGot = pread(fd, tail, 2, static_cast<off_t>(file.size >= 2 ? file.size - 2 : 0));
+        shape.endsInside = !(tailGot == 2 && tail[0] == '\n' && tail[1] == '\n');
+    }
     close(fd);
     if (got > 0) {
         shape.headless = matchHeader(head, static_cast<std::size_t>(got), nullptr, nullptr) ==
                          HeaderMatch::No;
     }
-    shape.endsInside = !(tailGot == 2 && tail[0] == '\n' && tail[1] == '\n');
     return shape;
 }
 

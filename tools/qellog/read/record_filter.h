@@ -1,5 +1,5 @@
-#ifndef QELLOG_FILTER_H_
-#define QELLOG_FILTER_H_
+#ifndef QELLOG_READ_RECORD_FILTER_H_
+#define QELLOG_READ_RECORD_FILTER_H_
 
 #include <regex.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "records.h"
+#include "record.h"
 
 namespace qellog {
 
@@ -24,7 +24,7 @@ public:
     char minLevel = 0;                 // 0: any level; else this letter and the ones above it
     std::vector<std::string> modules;  // shell patterns, one of which the module matches
     bool hasSince = false, hasUntil = false;
-    std::int64_t since = 0, until = 0;  // local times (timestamps.h), both ends included
+    std::int64_t since = 0, until = 0;  // local times (civil_time.h), both ends included
     bool hasThreadId = false;
     unsigned long threadId = 0;
 
@@ -40,4 +40,4 @@ private:
 
 }  // namespace qellog
 
-#endif  // QELLOG_FILTER_H_
+#endif  // QELLOG_READ_RECORD_FILTER_H_

@@ -1,5 +1,5 @@
-#ifndef QELLOG_FOLLOW_STATE_H_
-#define QELLOG_FOLLOW_STATE_H_
+#ifndef QELLOG_READ_FOLLOW_STATE_H_
+#define QELLOG_READ_FOLLOW_STATE_H_
 
 #include <cstdint>
 #include <map>
@@ -33,4 +33,4 @@ bool saveState(const std::string& path, const FollowState& state);
 
 }  // namespace qellog
 
-#endif  // QELLOG_FOLLOW_STATE_H_
+#endif  // QELLOG_READ_FOLLOW_STATE_H_

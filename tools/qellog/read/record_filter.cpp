@@ -1,11 +1,11 @@
-#include "filter.h"
+#include "record_filter.h"
 
 #include <fnmatch.h>
 #include <strings.h>
 
 #include <cstring>
 
-#include "timestamps.h"
+#include "civil_time.h"
 
 namespace qellog {
 namespace {

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "records.h"
+#include "log_file.h"
 
 namespace qellog {
 namespace {

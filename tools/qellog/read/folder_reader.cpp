@@ -1,0 +1,70 @@
+#include "folder_reader.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "byte_source.h"
+#include "plan.h"
+#include "record_reader.h"
+
+namespace qellog {
+namespace {
+
+// The files that `paths` name, a folder's log files oldest name first.
+bool collectFiles(const std::vector<std::string>& paths, std::vector<LogFile>& files,
+                  const WarningSink& onWarning) {
+    bool ok = true;
+    for (const std::string& path : paths) {
+        struct stat status;
+        if (stat(path.c_str(), &status) != 0) {
+            onWarning({WarningKind::CannotRead, path, 0, std::strerror(errno)});
+            ok = false;
+        } else if (S_ISDIR(status.st_mode)) {
+            std::vector<LogFile> found;
+            std::string error;
+            if (!listLogFiles(path, found, error)) {
+                onWarning({WarningKind::CannotReadFolder, path, 0, error});
+                ok = false;
+            }
+            files.insert(files.end(), found.begin(), found.end());
+        } else {
+            files.push_back(logFileAt(path));
+            statLogFile(files.back());
+        }
+    }
+    return ok;
+}
+
+}  // namespace
+
+bool readPaths(const std::vector<std::string>& paths, const RecordSink& onRecord,
+               const WarningSink& onWarning, std::vector<LogFile>* read) {
+    std::vector<LogFile> files;
+    bool ok = collectFiles(paths, files, onWarning);
+    if (const LogFile* stepped = clockWentBack(files, std::time(nullptr))) {
+        onWarning({WarningKind::ClockWentBack, stepped->name, 0, ""});
+    }
+    std::vector<FileShape> shapes;
+    for (LogFile& file : files) shapes.push_back(shapeOf(file));
+    RecordReader reader;
+    Record record;
+    const auto drain = [&] {
+        while (reader.next(record, DataEnd::More)) onRecord(record);
+    };
+    for (const PlannedFile& planned : planReading(files, shapes)) {
+        const LogFile& file = files[planned.index];
+        reader.beginFile(file, 0, planned.continues);
+        if (readInto(file.path, 0, reader, drain) < 0) {
+            onWarning({WarningKind::CannotRead, file.path, 0, std::strerror(errno)});
+            ok = false;
+        }
+    }
+    while (reader.next(record, DataEnd::Final)) onRecord(record);
+    if (read != nullptr) *read = files;
+    return ok;
+}
+
+}  // namespace qellog

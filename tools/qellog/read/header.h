@@ -1,0 +1,30 @@
+#ifndef QELLOG_READ_HEADER_H_
+#define QELLOG_READ_HEADER_H_
+
+#include <cstddef>
+#include <string>
+
+namespace qellog {
+
+// The header "[module][V1.8.63 L hh:mm:ss:ms tid]" that starts every record. The module is
+// any 0 to 127 bytes but NUL (line feeds and "]" too); L is V, I, W, E, or ? for a level that
+// has no letter.
+struct Header {
+    std::string module;
+    std::string version;  // "1.8.63"
+    char level = '?';
+    std::string time;  // "hh:mm:ss:ms", as printed
+    unsigned long threadId = 0;
+    int msOfDay = 0;
+};
+
+enum class HeaderMatch { Yes, No, Partial };
+
+// Tries to read a header at data[0..size). Yes: `length` is its length and `header` its
+// fields. Partial: the bytes end before it could be decided. No: there is no header here.
+// Either pointer may be null.
+HeaderMatch matchHeader(const char* data, std::size_t size, Header* header, std::size_t* length);
+
+}  // namespace qellog
+
+#endif  // QELLOG_READ_HEADER_H_

@@ -1,0 +1,38 @@
+#ifndef QELLOG_READ_RECORD_H_
+#define QELLOG_READ_RECORD_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "header.h"
+
+namespace qellog {
+
+// One record as read back, or a piece of bytes that holds no record.
+struct Record {
+    bool headed = false;    // false: a piece that cannot be read as a record
+    bool complete = false;  // ends with the empty line that ends every record
+    bool cut = false;       // longer than any record can be: the rest follows as another piece
+    bool zeros = false;     // a run of NUL bytes, which the writer never writes: lost data
+    Header header;
+    std::string bytes;  // as in the files: header, text and the closing line feeds
+    std::size_t textBegin = 0, textEnd = 0;  // the text within `bytes`
+    std::string file;                        // name of the file in which it starts
+    std::uint64_t offset = 0;                // where in that file
+    std::string date;                        // "yyyy-mm-dd", empty when the file has no dated name
+
+    std::string text() const { return bytes.substr(textBegin, textEnd - textBegin); }
+    // A record as the writer writes it, whole: anything else is read with a warning.
+    bool whole() const { return headed && complete && !cut; }
+};
+
+// Where a record starts: a file name and a byte offset in it.
+struct Position {
+    std::string file;
+    std::uint64_t offset = 0;
+};
+
+}  // namespace qellog
+
+#endif  // QELLOG_READ_RECORD_H_
