@@ -20,6 +20,7 @@ constexpr int kRefused = -1;
 // not be entered: once process exit has begun, or on a thread that is inside it already.
 template <class Change>
 int configure(Change change) {
+    const qel::ConfigurationCall call;  // the writers stay whole while it runs, exit or not
     qel::QelLog* log = qel::QelLog::reachable();
     return log != nullptr ? change(*log) : kRefused;
 }

@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <cstdlib>
+#include <new>
 
 namespace qel {
 
@@ -51,9 +52,13 @@ void closeAtProcessExit() {
 }  // namespace
 
 std::atomic<QelLog*> QelLog::s_live{nullptr};
+std::atomic<int> QelLog::s_configurationCalls{0};
 
+// The manager lives in the library's static storage, so that nothing of it stays behind when
+// the library is unloaded; its destructor never runs (see the class comment).
 QelLog& QelLog::getInstance() {
-    static QelLog* const instance = new QelLog();
+    alignas(QelLog) static unsigned char storage[sizeof(QelLog)];
+    static QelLog* const instance = new (storage) QelLog();
     return *instance;
 }
 
@@ -102,13 +107,19 @@ void QelLog::unlockAfterFork(bool inChild) {
 void QelLog::closeAtExit() {
     // The flag goes up before the manager stops being live, so a late caller that finds it
     // gone also finds the flag and never creates it again.
-    g_exiting.store(true, std::memory_order_release);
-    s_live.store(nullptr, std::memory_order_release);
+    g_exiting.store(true, std::memory_order_seq_cst);
+    s_live.store(nullptr, std::memory_order_seq_cst);
     if (SignalLockMark::held()) {
         return;  // exit called from inside the manager: its lock cannot be taken again
     }
     m_consoleStream.closeLog();
     m_fileStream.closeLog();
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+    if (s_configurationCalls.load(std::memory_order_seq_cst) == 0) {
+        sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&m_logSignal);
+        m_consoleStream.release();
+        m_fileStream.release();
+    }
 }
 
 int QelLog::writeFormatLog(const LogMessage& msg) {
