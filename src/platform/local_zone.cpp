@@ -7,6 +7,7 @@
 #include "platform/local_zone.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -468,6 +469,9 @@ public:
     }
 
     void store(const Zone& zone, const ZoneOffset& found) {
+        // A child made by fork while another thread stored would find the cache taken for good.
+        static const bool forkHandled = pthread_atfork(nullptr, nullptr, &forgetStoreInChild) == 0;
+        (void)forkHandled;
         if (m_storing.test_and_set(std::memory_order_acquire)) {
             return;  // another thread stores what it read; the next reader sees it
         }
@@ -486,6 +490,8 @@ public:
     }
 
 private:
+    static void forgetStoreInChild();
+
     std::atomic<uint32_t> m_sequence{0};
     std::atomic<int64_t> m_offset{0};
     std::atomic<int64_t> m_from{0};
@@ -497,6 +503,15 @@ private:
 };
 
 SharedOffset g_sharedOffset;
+
+// In the child the storing thread is gone: its half-stored span is emptied and the cache freed.
+void SharedOffset::forgetStoreInChild() {
+    SharedOffset& cache = g_sharedOffset;
+    const uint32_t sequence = cache.m_sequence.load(std::memory_order_relaxed);
+    cache.m_until.store(0, std::memory_order_relaxed);
+    cache.m_sequence.store(sequence + (sequence & 1) + 2, std::memory_order_relaxed);
+    cache.m_storing.clear(std::memory_order_relaxed);
+}
 
 }  // namespace
 

@@ -1,13 +1,15 @@
 // The current log file taken away while the writer has it open, in every way a person or a
-// tool can: the next record goes into a new file at the folder's path, never into the file that
-// is gone, never through whatever took its name.
+// tool can: the record before stays in the file it was written to, the next record goes into a
+// new file at the folder's path, never into the file that is gone, never through whatever took
+// its name.
 
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sched.h>
 #include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 #include <filesystem>
 
@@ -17,23 +19,11 @@
 #include <gtest/gtest.h>
 #include <qel/log.h>
 
+#include "hardening/stand_ins.h"
+#include "log/current_file_watch.h"
 #include "support/test_support.h"
 
 using namespace qeltest;
-
-static bool g_inotifyFails = false;
-static int g_inotifyCalls = 0;
-
-// Stands in for the C library's: with g_inotifyFails set, the process runs as if the user's
-// inotify instances were used up.
-extern "C" int inotify_init1(int flags) {
-    ++g_inotifyCalls;
-    if (g_inotifyFails) {
-        errno = EMFILE;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_inotify_init1, flags));
-}
 
 namespace {
 
@@ -82,9 +72,15 @@ bool lockable(const std::string& path) {
     return locked;
 }
 
-ChildResult eachWayAway(bool inotifyFails) {
-    return runChild([inotifyFails] {
-        g_inotifyFails = inotifyFails;
+// The records in the file open as `descriptor`, whatever its name has become.
+std::string readOpen(int descriptor) {
+    return readFile("/proc/self/fd/" + std::to_string(descriptor));
+}
+
+// `instances`: how many inotify instances the user has left (-1: plenty).
+ChildResult eachWayAway(int instances) {
+    return runChild([instances] {
+        g_inotifyInstances = instances;
         close(STDIN_FILENO);  // no descriptor of the library may take its place
         const std::string cwd = std::filesystem::current_path();
         writeFile("victim", "victim");
@@ -93,34 +89,36 @@ ChildResult eachWayAway(bool inotifyFails) {
         // The default folder is relative: after a change of the working directory the next
         // record starts a new file in the new one.
         CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
-        CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, "in-first") == 0);
+        CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_INFO, "in-first") == 0);
         CHILD_CHECK(chdir("moved") == 0);
-        CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, "in-moved") == 0 && chdir("..") == 0);
+        CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_INFO, "in-moved") == 0 && chdir("..") == 0);
+        CHILD_CHECK(concatenatedLogs(".").find("]in-first\n\n") != std::string::npos);
         CHILD_CHECK(countOf(concatenatedLogs("moved"), "]in-moved\n") == 1);
 
         for (const std::string mode : kModes) {
             const std::string top = cwd + "/" + mode, logs = top + "/logs";
             CHILD_CHECK(qelLogSetFileFolder(logs.c_str()) == 0);
-            CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, ("before-" + mode).c_str()) == 0);
+            CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_INFO, ("before-" + mode).c_str()) == 0);
             CHILD_CHECK(logFiles(logs).size() == 1);
+            const int before = open(logFiles(logs)[0].c_str(), O_RDONLY);
             CHILD_CHECK(takeAway(mode, top, logs, logFiles(logs)[0]));
-            CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_WARNING, ("after-" + mode).c_str()) == 0);
-            if (countOf(concatenatedLogs(logs), "]after-" + mode + "\n") != 1) {
-                fprintf(stderr, "after %s the record is not in a new file\n", mode.c_str());
+            CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_INFO, ("after-" + mode).c_str()) == 0);
+            const std::string old = readOpen(before);
+            close(before);
+            if (countOf(old, "]before-" + mode + "\n") != 1 || countOf(old, "]after-") != 0 ||
+                countOf(concatenatedLogs(logs), "]after-" + mode + "\n") != 1) {
+                fprintf(stderr, "after %s the records are not in the old and a new file\n",
+                        mode.c_str());
                 return 1;
             }
         }
         CHILD_CHECK(readFile("victim") == "victim");
-        bool watching = false;  // an inotify descriptor is open
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-            std::error_code ignored;
-            watching |= read_symlink(entry.path(), ignored) == "anon_inode:inotify";
-        }
-        CHILD_CHECK(watching != inotifyFails && g_inotifyCalls > 0);
+        const int watching = hardening::descriptorsLeadingTo("anon_inode:inotify");
+        CHILD_CHECK(watching == (instances < 0 ? 1 : 0));
         CHILD_CHECK(open("/dev/null", O_RDONLY) == STDIN_FILENO);
 
         // The current file is locked shared, a finished one not. A child that never logs keeps
-        // no hold on the file once the parent has moved on.
+        // no hold on the file once the parent has moved on, and no descriptor of the watch.
         const std::string current = logFiles(cwd + "/queue-overflow/logs").back();
         CHILD_CHECK(!lockable(current) && lockable(logFiles(cwd + "/delete/logs").back()));
         int ready[2];
@@ -129,10 +127,44 @@ ChildResult eachWayAway(bool inotifyFails) {
         if (idle == 0) _exit(write(ready[1], "r", 1) == 1 ? pause() : 1);
         char byte;
         CHILD_CHECK(read(ready[0], &byte, 1) == 1);  // past the fork handlers
+        const int idleWatching = hardening::descriptorsLeadingTo("anon_inode:inotify", idle);
         CHILD_CHECK(qelLogSetFileFolder((cwd + "/moved").c_str()) == 0);
         const bool released = lockable(current);
         kill(idle, SIGKILL);
-        CHILD_CHECK(waitpid(idle, nullptr, 0) == idle && released);
+        CHILD_CHECK(waitpid(idle, nullptr, 0) == idle && released && idleWatching == 0);
+        // Switched to walking the path, the writer lets go of its instance.
+        CHILD_CHECK(qelLogConfigFileWatch(false) == 0);
+        CHILD_CHECK(hardening::descriptorsLeadingTo("anon_inode:inotify") == 0);
+        return 0;
+    });
+}
+
+constexpr int kCannotMount = 77;
+
+// A file system mounted over the folder, then unmounted (lazily, as the writer holds a file on
+// it): each time the record before stays in its file and the one after is in a new file in the
+// folder that the path shows now.
+ChildResult overMounts(int instances) {
+    return runChild([instances] {
+        g_inotifyInstances = instances;
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+            return kCannotMount;
+        }
+        const std::string logs = std::filesystem::current_path() / "logs";
+        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogSetFileFolder(logs.c_str()) == 0);
+        for (const std::string step : {"mounted", "unmounted"}) {
+            CHILD_CHECK(qelLogSimplify("mount", QEL_LOG_INFO, ("before-" + step).c_str()) == 0);
+            const int before = open(logFiles(logs).back().c_str(), O_RDONLY);
+            CHILD_CHECK(step == "mounted" ? mount("tmpfs", logs.c_str(), "tmpfs", 0, nullptr) == 0
+                                          : umount2(logs.c_str(), MNT_DETACH) == 0);
+            CHILD_CHECK(qelLogSimplify("mount", QEL_LOG_INFO, ("after-" + step).c_str()) == 0);
+            const std::string old = readOpen(before);
+            close(before);
+            CHILD_CHECK(countOf(old, "]before-" + step + "\n") == 1 &&
+                        countOf(old, "]after-" + step) == 0);
+            CHILD_CHECK(countOf(concatenatedLogs(logs), "]after-" + step + "\n") == 1);
+        }
         return 0;
     });
 }
@@ -140,6 +172,17 @@ ChildResult eachWayAway(bool inotifyFails) {
 }  // namespace
 
 TEST(ReplacedFileTest, EveryWayTheCurrentFileGoesSendsTheNextRecordIntoANewFile) {
-    EXPECT_CHILD_OK(eachWayAway(false));  // the kernel reports changes on the path
-    EXPECT_CHILD_OK(eachWayAway(true));   // no inotify: the path is walked per record
+    EXPECT_CHILD_OK(eachWayAway(-1));  // the kernel reports changes on the path
+    // Fewer instances left than the writer leaves to others: it takes none and walks the path.
+    EXPECT_CHILD_OK(eachWayAway(qel::CurrentFileWatch::kSpareInstances));
+}
+
+TEST(ReplacedFileTest, AMountOverTheFolderSendsTheNextRecordIntoANewFile) {
+    for (const int instances : {-1, 0}) {
+        const ChildResult result = overMounts(instances);
+        if (result.exitCode == kCannotMount) {
+            GTEST_SKIP() << "mounting is not allowed here (needs CAP_SYS_ADMIN)";
+        }
+        EXPECT_CHILD_OK(result);
+    }
 }

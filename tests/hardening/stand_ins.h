@@ -1,0 +1,35 @@
+#ifndef QEL_TESTS_HARDENING_STAND_INS_H_
+#define QEL_TESTS_HARDENING_STAND_INS_H_
+
+// What the hardening scenarios share: stand-ins for C library calls that the scenarios steer
+// (defined once, in stand_ins.cpp, for the whole executable), and small probes of the process.
+
+#include <set>
+#include <string>
+
+// The names in g_looksFree look free to the writer's check before a creation.
+extern const std::set<std::string>* g_looksFree;
+// mkdir removes this many of the folders it makes right after making them.
+extern int g_foldersToRemove;
+// The monotonic clock runs ahead by this many seconds.
+extern long g_skippedSeconds;
+// inotify_init1 fails (EMFILE, as when the user's instances are used up) once this many
+// instances made through it are open; -1: no limit.
+extern int g_inotifyInstances;
+
+namespace hardening {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;  // their allocators keep freed memory: no measure of growth
+#else
+constexpr bool kSanitized = false;
+#endif
+
+long openDescriptors();  // the listing's own descriptor included
+// The process's descriptors whose link reads `target`, e.g. "anon_inode:inotify".
+int descriptorsLeadingTo(const std::string& target, int pid = 0);
+bool setSoftLimit(int resource, unsigned long value);
+
+}  // namespace hardening
+
+#endif  // QEL_TESTS_HARDENING_STAND_INS_H_
