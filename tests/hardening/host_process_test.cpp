@@ -180,7 +180,7 @@ TEST(HostProcessTest, LogCallsNeverWaitForTheHostsOtherStreams) {
 // such lock, so the handler never waits for the code it interrupted.
 TEST(HostProcessTest, HandlersThatLogNeverWaitForTheTimeZoneLock) {
     auto result = runChild([] {
-        alarm(30);
+        alarm(15);
         setenv("TZ", "Europe/Berlin", 1);
         tzset();
         signal(SIGPROF, [](int) { qelLogSimplify("handler", QEL_LOG_INFO, "tick"); });
