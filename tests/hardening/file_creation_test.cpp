@@ -79,37 +79,29 @@ TEST(FileCreationTest, PlantedFilesAndLinksAreNeverFollowedOrEmptied) {
     EXPECT_CHILD_OK(result);
 }
 
-// Fifty processes switch their file writers on in one folder that none of them finds: each
-// makes the levels that are missing while the others do, and none is refused or falls back to
-// the working directory. Every process logs one record into the new folder.
+// Fifty processes switch their file writers on in one folder that none of them finds, all at
+// once (when the pipe they wait on closes): each makes the levels that are missing while the
+// others do, and none is refused or falls back to the working directory.
 TEST(FileCreationTest, ProcessesMakingOneNewFolderAtOnceAllLogThere) {
     auto result = runChild([] {
-        int start[2];
+        int start[2], refused = 0;
         CHILD_CHECK(pipe(start) == 0);
-        std::vector<pid_t> children;
-        for (int c = 0; c < 50; ++c) {
-            if (const pid_t pid = fork()) {
-                children.push_back(pid);
-                continue;
-            }
+        std::vector<pid_t> children(50);
+        for (pid_t& child : children) {
             char go;
-            close(start[1]);
-            const bool started = read(start[0], &go, 1) == 0;  // all at once, when the pipe closes
-            _exit(started && qelLogConfigConsoleWriter(false) == 0 &&
-                          qelLogSetFileFolder("new/deep/folder") == 0 &&
-                          qelLogSimplify("mkdir", QEL_LOG_INFO, "in") == 0
-                      ? 0
-                      : 1);
+            if ((child = fork()) == 0) {
+                _exit(close(start[1]) != 0 || read(start[0], &go, 1) != 0 ||
+                      qelLogConfigConsoleWriter(false) != 0 ||
+                      qelLogSetFileFolder("new/deep/folder") != 0 ||
+                      qelLogSimplify("mkdir", QEL_LOG_INFO, "in") != 0);
+            }
         }
         close(start[1]);
-        close(start[0]);
-        int refused = 0;
-        for (const pid_t pid : children) {
+        for (const pid_t child : children) {
             int status = 0;
-            refused += waitpid(pid, &status, 0) != pid || status != 0;
+            refused += waitpid(child, &status, 0) != child || status != 0;
         }
-        CHILD_CHECK(refused == 0);
-        CHILD_CHECK(countOf(concatenatedLogs("new/deep/folder"), "]in\n\n") == 50);
+        CHILD_CHECK(refused == 0 && countOf(concatenatedLogs("new/deep/folder"), "]in\n\n") == 50);
         return 0;
     });
     EXPECT_CHILD_OK(result);

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <iostream>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,7 +29,8 @@ using namespace qeltest;
 namespace {
 
 const char* const kModes[] = {"delete", "rename", "create", "file", "link", "folder",
-                              "folder-moved", "folder-removed", "ancestor-moved", "queue-overflow"};
+                              "folder-moved", "folder-removed", "ancestor-moved", "mounted",
+                              "unmounted", "queue-overflow"};
 
 // Takes the current file `file` of the folder `logs`, which lies in `top`, away as `mode` says.
 bool takeAway(const std::string& mode, const std::string& top, const std::string& logs,
@@ -51,6 +53,10 @@ bool takeAway(const std::string& mode, const std::string& top, const std::string
         return true;
     }
     if (mode == "ancestor-moved") return rename(top.c_str(), (top + "-old").c_str()) == 0;
+    // A file system mounted over the folder, or unmounted (lazily, as the writer holds a file
+    // on it), so that the path shows another folder.
+    if (mode == "mounted") return mount("tmpfs", logs.c_str(), "tmpfs", 0, nullptr) == 0;
+    if (mode == "unmounted") return umount2(logs.c_str(), MNT_DETACH) == 0;
     // More changes in the folder than the kernel queues for a watch, then the delete, whose
     // own report is lost in the overflow.
     const int queued = std::stoi(readFile("/proc/sys/fs/inotify/max_queued_events"));
@@ -95,8 +101,18 @@ ChildResult eachWayAway(int instances) {
         CHILD_CHECK(concatenatedLogs(".").find("]in-first\n\n") != std::string::npos);
         CHILD_CHECK(countOf(concatenatedLogs("moved"), "]in-moved\n") == 1);
 
+        // Mounting needs a mount namespace of the child's own (and CAP_SYS_ADMIN).
+        const bool mounts = unshare(CLONE_NEWNS) == 0 &&
+                            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
         for (const std::string mode : kModes) {
             const std::string top = cwd + "/" + mode, logs = top + "/logs";
+            if (mode.find("mounted") != std::string::npos && !mounts) {
+                fprintf(stderr, "skipped: %s (mounting is not allowed here)\n", mode.c_str());
+                continue;
+            }
+            CHILD_CHECK(mode != "unmounted" || (mkdir(top.c_str(), 0755) == 0 &&
+                                                mkdir(logs.c_str(), 0755) == 0 &&
+                                                mount("tmpfs", logs.c_str(), "tmpfs", 0, 0) == 0));
             CHILD_CHECK(qelLogSetFileFolder(logs.c_str()) == 0);
             CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_INFO, ("before-" + mode).c_str()) == 0);
             CHILD_CHECK(logFiles(logs).size() == 1);
@@ -139,50 +155,14 @@ ChildResult eachWayAway(int instances) {
     });
 }
 
-constexpr int kCannotMount = 77;
-
-// A file system mounted over the folder, then unmounted (lazily, as the writer holds a file on
-// it): each time the record before stays in its file and the one after is in a new file in the
-// folder that the path shows now.
-ChildResult overMounts(int instances) {
-    return runChild([instances] {
-        g_inotifyInstances = instances;
-        if (unshare(CLONE_NEWNS) != 0 ||
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-            return kCannotMount;
-        }
-        const std::string logs = std::filesystem::current_path() / "logs";
-        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogSetFileFolder(logs.c_str()) == 0);
-        for (const std::string step : {"mounted", "unmounted"}) {
-            CHILD_CHECK(qelLogSimplify("mount", QEL_LOG_INFO, ("before-" + step).c_str()) == 0);
-            const int before = open(logFiles(logs).back().c_str(), O_RDONLY);
-            CHILD_CHECK(step == "mounted" ? mount("tmpfs", logs.c_str(), "tmpfs", 0, nullptr) == 0
-                                          : umount2(logs.c_str(), MNT_DETACH) == 0);
-            CHILD_CHECK(qelLogSimplify("mount", QEL_LOG_INFO, ("after-" + step).c_str()) == 0);
-            const std::string old = readOpen(before);
-            close(before);
-            CHILD_CHECK(countOf(old, "]before-" + step + "\n") == 1 &&
-                        countOf(old, "]after-" + step) == 0);
-            CHILD_CHECK(countOf(concatenatedLogs(logs), "]after-" + step + "\n") == 1);
-        }
-        return 0;
-    });
-}
-
 }  // namespace
 
 TEST(ReplacedFileTest, EveryWayTheCurrentFileGoesSendsTheNextRecordIntoANewFile) {
-    EXPECT_CHILD_OK(eachWayAway(-1));  // the kernel reports changes on the path
-    // Fewer instances left than the writer leaves to others: it takes none and walks the path.
-    EXPECT_CHILD_OK(eachWayAway(qel::CurrentFileWatch::kSpareInstances));
-}
-
-TEST(ReplacedFileTest, AMountOverTheFolderSendsTheNextRecordIntoANewFile) {
-    for (const int instances : {-1, 0}) {
-        const ChildResult result = overMounts(instances);
-        if (result.exitCode == kCannotMount) {
-            GTEST_SKIP() << "mounting is not allowed here (needs CAP_SYS_ADMIN)";
-        }
+    // The kernel reports changes on the path; then fewer instances are left than the writer
+    // leaves to others: it takes none and walks the path.
+    for (const int instances : {-1, qel::CurrentFileWatch::kSpareInstances}) {
+        const ChildResult result = eachWayAway(instances);
         EXPECT_CHILD_OK(result);
+        if (result.err.find("skipped: ") != std::string::npos) std::cout << result.err;
     }
 }

@@ -7,14 +7,11 @@
 #include <set>
 #include <string>
 
-// The names in g_looksFree look free to the writer's check before a creation.
-extern const std::set<std::string>* g_looksFree;
-// mkdir removes this many of the folders it makes right after making them.
-extern int g_foldersToRemove;
-// The monotonic clock runs ahead by this many seconds.
-extern long g_skippedSeconds;
-// inotify_init1 fails (EMFILE, as when the user's instances are used up) once this many
-// instances made through it are open; -1: no limit.
+extern const std::set<std::string>* g_looksFree;  // look free to the check before a creation
+extern int g_foldersToRemove;   // mkdir removes so many of the folders it makes at once
+extern long g_skippedSeconds;   // the monotonic clock runs ahead by so many seconds
+// inotify_init1 fails (EMFILE, as when the user's instances are used up) once the process has
+// this many instances open; -1: no limit.
 extern int g_inotifyInstances;
 
 namespace hardening {

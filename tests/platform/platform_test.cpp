@@ -119,8 +119,8 @@ static long long g_wallSeconds = -1;
 extern "C" int gettimeofday(struct timeval* now, void*) noexcept {
     struct timespec real;
     clock_gettime(CLOCK_REALTIME, &real);
-    now->tv_sec = g_wallSeconds >= 0 ? g_wallSeconds : real.tv_sec;
-    now->tv_usec = g_wallSeconds >= 0 ? 7000 : real.tv_nsec / 1000;
+    *now = {g_wallSeconds >= 0 ? g_wallSeconds : real.tv_sec,
+            g_wallSeconds >= 0 ? 7000 : real.tv_nsec / 1000};
     return 0;
 }
 
@@ -130,26 +130,23 @@ extern "C" int gettimeofday(struct timeval* now, void*) noexcept {
 // file's table: zones with half-hour changes, south of the equator, without daylight saving
 // time any more, POSIX rules in TZ, and UTC.
 TEST(TimeUtilsTest, LocalTimeFollowsTheZoneAcrossItsChanges) {
-    const char* const zones[] = {"Europe/Berlin", "America/New_York", "Australia/Lord_Howe",
-                                 "America/Sao_Paulo", "<+0330>-3:30<+0430>,J79/24,J263/24",
-                                 "AEST-10AEDT,M10.1.0,M4.1.0/3", "CET-1CEST,M3.5.0,M10.5.0/3",
-                                 "", "UTC0"};
-    for (const char* zone : zones) {
+    for (const char* zone : {"Europe/Berlin", "America/New_York", "Australia/Lord_Howe",
+                             "America/Sao_Paulo", "<+0330>-3:30<+0430>,J79/24,J263/24",
+                             "AEST-10AEDT,M10.1.0,M4.1.0/3", "CET-1CEST,M3.5.0,M10.5.0/3", "",
+                             "UTC0"}) {
         setenv("TZ", zone, 1);
         tzset();
         std::vector<time_t> instants = {2209075200, 4102444800};  // 2040, 2100
-        long previous = LONG_MIN;
+        struct tm local, before = {};
         for (time_t t = 1767225600; t < 1798761600; t += 900) {  // 2026, every 15 minutes
-            struct tm local;
-            if (localtime_r(&t, &local)->tm_gmtoff != previous && previous != LONG_MIN) {
+            if (localtime_r(&t, &local)->tm_gmtoff != before.tm_gmtoff && t > 1767225600) {
                 instants.insert(instants.end(), {t - 1, t});
             }
-            previous = local.tm_gmtoff;
+            before = local;
         }
         std::sort(instants.begin(), instants.end());
         instants.insert(instants.end(), instants.rbegin(), instants.rend());  // and back again
         for (const time_t t : instants) {
-            struct tm local;
             char expected[64];
             strftime(expected, sizeof(expected), "%Y-%m-%d-%H:%M:%S:7", localtime_r(&t, &local));
             g_wallSeconds = t;
