@@ -143,12 +143,15 @@ QEL_EXPORT int qelLogSetGlobalLevel(QelLogLevel level);
 /* Returns the global threshold (1 at start). */
 QEL_EXPORT QelLogLevel qelLogGetGlobalLevel(void);
 
-/* Sets the byte limit of each log file, applied at once to the current file; 0 removes
- * the limit. The default is 10485760. Returns 0. */
+/* Sets the byte limit of each log file, applied to the current file from the next record on;
+ * 0 removes the limit. The default is 10485760. The limit counts what a file took while a limit
+ * was set: after a limit of 0, the current file may grow by up to the new limit before the
+ * writer switches files. Returns 0. */
 QEL_EXPORT int qelLogSetMaxSize(unsigned int maxSize);
 
 /* Switches the file writer on (true) or off (false). Switching on opens a new log file in
- * the writer's folder ("./" until a folder is set; switching off forgets the folder).
+ * the writer's folder ("./" until a folder is set); switching off writes out what waits in its
+ * buffer, closes the file and every descriptor the writer holds, and forgets the folder.
  * Returns 0, or -1 with the error code 0x80300002 when the file cannot be opened. */
 QEL_EXPORT int qelLogConfigFileWriter(bool enable);
 

@@ -1,6 +1,7 @@
 #include "log/buffer_flusher.h"
 
 #include <signal.h>
+#include <sys/prctl.h>
 #include <time.h>
 
 #include <qel/timeutils.h>
@@ -80,6 +81,7 @@ void BufferFlusher::forgetInChild() {
 }
 
 void* BufferFlusher::run(void* flusher) {
+    prctl(PR_SET_NAME, kThreadName);
     static_cast<BufferFlusher*>(flusher)->loop();
     return nullptr;
 }

@@ -16,6 +16,9 @@ namespace qel {
 // while it waits, and takes them only inside `flush`, with its own mutex released.
 class BufferFlusher {
 public:
+    // The thread's name, as ps and top show it.
+    static constexpr const char* kThreadName = "qel-flush";
+
     // `flush(context)` writes the buffer out, taking the writer's locks itself.
     BufferFlusher(void (*flush)(void*), void* context);
     ~BufferFlusher();  // stop()

@@ -5,6 +5,11 @@
 #include <cstdlib>
 #include <new>
 
+extern "C" {
+extern void* __dso_handle;
+int __cxa_atexit(void (*handler)(void*), void* argument, void* library);
+}
+
 namespace qel {
 
 namespace {
@@ -49,6 +54,17 @@ void closeAtProcessExit() {
     }
 }
 
+void closeAtExitOrUnload(void*) {
+    closeAtProcessExit();
+}
+
+// Should the exit handler not have run when the library is unloaded (a tool that keeps exit
+// handlers for the end of the process), this closes the writers before the library's code
+// goes, their thread and descriptors with it.
+__attribute__((destructor)) void closeAtUnload() {
+    closeAtProcessExit();
+}
+
 }  // namespace
 
 std::atomic<QelLog*> QelLog::s_live{nullptr};
@@ -76,10 +92,11 @@ QelLog::QelLog() : m_globalLevel(QEL_LOG_INFO) {
     m_consoleStream.m_isOpen = true;  // the console writer is on from the start
     // Registered once per process; the handlers find the manager through live(). The exit
     // handler runs when the process exits or the library is unloaded, where a destructor of
-    // the manager would have run.
+    // the manager would have run: it is registered for this library (__dso_handle), as atexit()
+    // in a library does, but without an atexit() that a tool may have put in its place.
     static const int handlersInstalled =
         pthread_atfork(&prepareFork, &afterForkInParent, &afterForkInChild) +
-        atexit(&closeAtProcessExit);
+        __cxa_atexit(&closeAtExitOrUnload, nullptr, &__dso_handle);
     (void)handlersInstalled;
     s_live.store(this, std::memory_order_release);
 }
@@ -114,7 +131,6 @@ void QelLog::closeAtExit() {
     }
     m_consoleStream.closeLog();
     m_fileStream.closeLog();
-    std::atomic_thread_fence(std::memory_order_seq_cst);
     if (s_configurationCalls.load(std::memory_order_seq_cst) == 0) {
         sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&m_logSignal);
         m_consoleStream.release();

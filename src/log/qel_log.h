@@ -31,7 +31,10 @@ public:
     // must not be entered: once process exit has begun, and on a thread that is inside the
     // manager already (see SignalLockMark). A dropped record costs this and a comparison.
     static QelLog* reachable() {
-        QelLog* log = s_live.load(std::memory_order_acquire);
+        // Sequentially consistent, as a plain load is on this machine: a configuration call
+        // counts itself in (ConfigurationCall) before this look, exit looks at the count after
+        // it has cleared the pointer, and one of the two must see the other.
+        QelLog* log = s_live.load(std::memory_order_seq_cst);
         if (log == nullptr) {
             log = firstUse();
         }
@@ -102,10 +105,7 @@ private:
 // which holds no writer once exit has closed them.
 class ConfigurationCall {
 public:
-    ConfigurationCall() {
-        QelLog::s_configurationCalls.fetch_add(1, std::memory_order_seq_cst);
-        std::atomic_thread_fence(std::memory_order_seq_cst);
-    }
+    ConfigurationCall() { QelLog::s_configurationCalls.fetch_add(1, std::memory_order_seq_cst); }
     ~ConfigurationCall() { QelLog::s_configurationCalls.fetch_sub(1, std::memory_order_seq_cst); }
     ConfigurationCall(const ConfigurationCall&) = delete;
     ConfigurationCall& operator=(const ConfigurationCall&) = delete;

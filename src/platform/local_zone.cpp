@@ -439,7 +439,9 @@ bool zoneFilePath(const char* name, char (&path)[512]) {
 // under. A sequence count (odd while a thread stores) lets readers take it without a lock: a
 // reader that finds it being stored, or stored anew meanwhile, reads the zone itself, and only
 // one thread stores at a time, so no thread ever waits for another, a handler that interrupted
-// a store on its own thread included.
+// a store on its own thread included. Every access is sequentially consistent, which keeps
+// each reader's loads between its two looks at the count; on this machine such a load is a
+// plain load, and stores are rare.
 class SharedOffset {
 public:
     struct Zone {  // what tzset() leaves, compared to tell a change of zone
@@ -451,17 +453,14 @@ public:
     static Zone currentZone() { return {{::tzname[0], ::tzname[1]}, ::timezone, ::daylight}; }
 
     bool find(int64_t t, const Zone& zone, int64_t* offset) const {
-        const uint32_t before = m_sequence.load(std::memory_order_acquire);
-        const ZoneOffset found = {m_offset.load(std::memory_order_relaxed),
-                                  m_from.load(std::memory_order_relaxed),
-                                  m_until.load(std::memory_order_relaxed)};
-        const bool sameZone = m_names[0].load(std::memory_order_relaxed) == zone.names[0] &&
-                              m_names[1].load(std::memory_order_relaxed) == zone.names[1] &&
-                              m_westOfUtc.load(std::memory_order_relaxed) == zone.westOfUtc &&
-                              m_daylight.load(std::memory_order_relaxed) == zone.daylight;
-        std::atomic_thread_fence(std::memory_order_acquire);
-        if ((before & 1) != 0 || m_sequence.load(std::memory_order_relaxed) != before ||
-            !sameZone || t < found.from || t >= found.until) {
+        const uint32_t before = m_sequence.load();
+        const ZoneOffset found = {m_offset.load(), m_from.load(), m_until.load()};
+        const bool sameZone = m_names[0].load() == zone.names[0] &&
+                              m_names[1].load() == zone.names[1] &&
+                              m_westOfUtc.load() == zone.westOfUtc &&
+                              m_daylight.load() == zone.daylight;
+        if ((before & 1) != 0 || m_sequence.load() != before || !sameZone || t < found.from ||
+            t >= found.until) {
             return false;
         }
         *offset = found.utcOffset;
@@ -472,21 +471,20 @@ public:
         // A child made by fork while another thread stored would find the cache taken for good.
         static const bool forkHandled = pthread_atfork(nullptr, nullptr, &forgetStoreInChild) == 0;
         (void)forkHandled;
-        if (m_storing.test_and_set(std::memory_order_acquire)) {
+        if (m_storing.test_and_set()) {
             return;  // another thread stores what it read; the next reader sees it
         }
-        const uint32_t sequence = m_sequence.load(std::memory_order_relaxed);
-        m_sequence.store(sequence + 1, std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_release);
-        m_offset.store(found.utcOffset, std::memory_order_relaxed);
-        m_from.store(found.from, std::memory_order_relaxed);
-        m_until.store(found.until, std::memory_order_relaxed);
-        m_names[0].store(zone.names[0], std::memory_order_relaxed);
-        m_names[1].store(zone.names[1], std::memory_order_relaxed);
-        m_westOfUtc.store(zone.westOfUtc, std::memory_order_relaxed);
-        m_daylight.store(zone.daylight, std::memory_order_relaxed);
-        m_sequence.store(sequence + 2, std::memory_order_release);
-        m_storing.clear(std::memory_order_release);
+        const uint32_t sequence = m_sequence.load();
+        m_sequence.store(sequence + 1);
+        m_offset.store(found.utcOffset);
+        m_from.store(found.from);
+        m_until.store(found.until);
+        m_names[0].store(zone.names[0]);
+        m_names[1].store(zone.names[1]);
+        m_westOfUtc.store(zone.westOfUtc);
+        m_daylight.store(zone.daylight);
+        m_sequence.store(sequence + 2);
+        m_storing.clear();
     }
 
 private:
@@ -507,10 +505,10 @@ SharedOffset g_sharedOffset;
 // In the child the storing thread is gone: its half-stored span is emptied and the cache freed.
 void SharedOffset::forgetStoreInChild() {
     SharedOffset& cache = g_sharedOffset;
-    const uint32_t sequence = cache.m_sequence.load(std::memory_order_relaxed);
-    cache.m_until.store(0, std::memory_order_relaxed);
-    cache.m_sequence.store(sequence + (sequence & 1) + 2, std::memory_order_relaxed);
-    cache.m_storing.clear(std::memory_order_relaxed);
+    const uint32_t sequence = cache.m_sequence.load();
+    cache.m_until.store(0);
+    cache.m_sequence.store(sequence + (sequence & 1) + 2);
+    cache.m_storing.clear();
 }
 
 }  // namespace

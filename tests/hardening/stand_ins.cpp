@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 
 const std::set<std::string>* g_looksFree = nullptr;
 int g_foldersToRemove = 0;
@@ -55,6 +56,16 @@ int descriptorsLeadingTo(const std::string& target, int pid) {
     for (const auto& entry : std::filesystem::directory_iterator(folder)) {
         std::error_code ignored;
         count += read_symlink(entry.path(), ignored) == target;
+    }
+    return count;
+}
+
+int threadsNamed(const std::string& name) {
+    int count = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string comm;
+        std::getline(std::ifstream(task.path() / "comm"), comm);
+        count += comm == name;
     }
     return count;
 }

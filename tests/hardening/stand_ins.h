@@ -26,6 +26,8 @@ long openDescriptors();  // the listing's own descriptor included
 // The process's descriptors whose link reads `target`, e.g. "anon_inode:inotify".
 int descriptorsLeadingTo(const std::string& target, int pid = 0);
 bool setSoftLimit(int resource, unsigned long value);
+// The process's threads named `name`.
+int threadsNamed(const std::string& name);
 
 }  // namespace hardening
 
