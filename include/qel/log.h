@@ -25,9 +25,8 @@
  *   made any call into the library outside a handler. A record takes no lock that code outside
  *   the library may hold (neither the C library's time-zone lock nor a stdio stream's, except
  *   standard output's for the console writer) and allocates no memory, except when a log folder
- *   that has gone has to be made again, and, with the file writer's buffer on, when a record
- *   starts the library's flush thread (the first buffered record, and the first after a fork).
- *   The other functions must not be called from a handler.
+ *   that has gone has to be made again. The other functions must not be called from a
+ *   handler.
  * - Where the library must not be entered, a call changes nothing and returns at once:
  *   once process exit has begun (the library has closed its writers, the log file with them),
  *   and on a thread that is inside the library already (a signal handler that interrupted a
@@ -172,13 +171,14 @@ QEL_EXPORT int qelLogConfigConsoleWriter(bool enable);
  * write per buffer instead of one per record. 0, the default, writes every record through.
  * What waits is written out when a warning or an error is logged (before that call returns,
  * with every record before it), when the buffer is full, when a record reaches the size limit,
- * at the deadline (by a thread of the library's, which runs only while records are buffered
- * and blocks every signal), before fork(), when the writer is switched off or moved, when the
- * size limit or this setting changes, and at exit. The cost: a crash (SIGKILL, abort(), a
- * fatal signal, _exit(), a power cut) loses the verbose and info records of up to the last
- * `maxDelayMs`; and records that wait go into the file that is current when they are written
- * (after a rename of the current file, a new one). Returns 0; -1 with the error code
- * 0x80300206 and no change for a delay above 60000. */
+ * at the deadline (by a thread of the library's, named qel-flush, which runs while the file
+ * writer is on with its buffer and blocks every signal), before fork(), when the writer is
+ * switched off or moved, when the size limit or this setting changes, and at exit. The cost: a
+ * crash (SIGKILL, abort(), a fatal signal, _exit(), a power cut) loses the verbose and info
+ * records of up to the last `maxDelayMs`; and records that wait go into the file that is
+ * current when they are written (after a rename of the current file, a new one). A child made
+ * by fork writes every record through until it calls this again. Returns 0; -1 with the error
+ * code 0x80300206 and no change for a delay above 60000. */
 QEL_EXPORT int qelLogConfigFileBuffer(unsigned int maxDelayMs);
 
 /* Chooses how the file writer notices a change of its current file's path. true, the default:

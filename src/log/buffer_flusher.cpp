@@ -37,7 +37,7 @@ BufferFlusher::~BufferFlusher() {
     pthread_mutex_destroy(&m_mutex);
 }
 
-bool BufferFlusher::writeBy(uint64_t deadlineUs) {
+bool BufferFlusher::start() {
     pthread_mutex_lock(&m_mutex);
     if (!m_running && !m_stopping) {
         // The thread starts with every signal blocked; this thread's mask is put back.
@@ -47,6 +47,13 @@ bool BufferFlusher::writeBy(uint64_t deadlineUs) {
         m_running = pthread_create(&m_thread, nullptr, &BufferFlusher::run, this) == 0;
         pthread_sigmask(SIG_SETMASK, &saved, nullptr);
     }
+    const bool running = m_running && !m_stopping;
+    pthread_mutex_unlock(&m_mutex);
+    return running;
+}
+
+bool BufferFlusher::writeBy(uint64_t deadlineUs) {
+    pthread_mutex_lock(&m_mutex);
     const bool running = m_running && !m_stopping;
     if (running && (m_deadlineUs == 0 || deadlineUs < m_deadlineUs)) {
         m_deadlineUs = deadlineUs;

@@ -8,9 +8,10 @@
 namespace qel {
 
 // Bounds how long a record may wait in the file writer's buffer: a thread of the library's
-// own, started when a record first waits, that writes the buffer out once its deadline has
-// come. It exists only while records are buffered (an option the program switches on); it
-// blocks every signal, so that it never runs a handler of the program's.
+// own that writes the buffer out once its deadline has come. It runs only while the file
+// writer is on with its buffer (an option the program switches on), is started and stopped by
+// configuration calls, never by a record, and blocks every signal, so that it never runs a
+// handler of the program's.
 //
 // Locks: its own mutex is the innermost lock. The thread holds none of the writer's locks
 // while it waits, and takes them only inside `flush`, with its own mutex released.
@@ -25,15 +26,16 @@ public:
     BufferFlusher(const BufferFlusher&) = delete;
     BufferFlusher& operator=(const BufferFlusher&) = delete;
 
-    // The buffer must be written out by `deadlineUs` (monotonic microseconds). Starts the
-    // thread if it does not run. False when no thread can be started: the caller then writes
-    // the buffer out itself.
+    // Starts the thread unless it runs; false when it cannot be started.
+    bool start();
+    // The buffer must be written out by `deadlineUs` (monotonic microseconds). False when the
+    // thread does not run: the caller then writes the buffer out itself.
     bool writeBy(uint64_t deadlineUs);
     // Ends and joins the thread. The caller must hold none of the writer's locks, which the
     // thread may be waiting for. Meant for one thread at a time.
     void stop();
     // In a child made by fork, from the fork handler: the thread did not come along, and its
-    // mutex may have been held by it. Async-signal-safe.
+    // mutex may have been held by it.
     void forgetInChild();
 
 private:

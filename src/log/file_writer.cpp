@@ -143,6 +143,20 @@ bool FileWriter::reopen() {
     return false;
 }
 
+void FileWriter::setMaxDelay(unsigned int maxDelayMs) {
+    writeOut();
+    m_maxDelayMs = maxDelayMs;
+    if (maxDelayMs != 0) {
+        m_buffer.reserve(kBufferCapacity);
+    }
+}
+
+void FileWriter::startFlusher() {
+    if (m_maxDelayMs != 0 && !m_flusher.start()) {
+        m_maxDelayMs = 0;
+    }
+}
+
 bool FileWriter::fileReady() {
     if (!m_file.isOpen()) {
         // A reopen failed (the folder removed while it was made, descriptors used up): the
@@ -223,6 +237,7 @@ void FileWriter::continueInChild() {
     // Parent and child must never share one file's byte count, nor write into one file.
     m_watch.forgetInChild();
     m_flusher.forgetInChild();
+    m_maxDelayMs = 0;
     m_file.forgetInChild();  // the child's next record starts a new file
 }
 

@@ -58,9 +58,9 @@ public:
     uint32_t maxFileSize() const { return m_maxFileSize; }
     // Applies to the current file from the next record on; 0 removes the limit.
     void setMaxFileSize(uint32_t maxSize) { m_maxFileSize = maxSize; }
-    // 0: write-through; else the longest a record may wait, in milliseconds.
-    void setMaxDelay(unsigned int maxDelayMs) { m_maxDelayMs = maxDelayMs; }
-    unsigned int maxDelay() const { return m_maxDelayMs; }
+    // 0: write-through; else the longest a record may wait, in milliseconds. What waits is
+    // written out first.
+    void setMaxDelay(unsigned int maxDelayMs);
     void useKernelReports(bool enabled) { m_watch.useKernelReports(enabled); }
     // Opens a new file in the folder, making the folder first, never reusing a name; clears the
     // retry pause. 0, or the errno value of the failure.
@@ -69,6 +69,9 @@ public:
     void closeFile();
     // The writer is off: closeFile(), and the watch lets go of its descriptors.
     void closeAll();
+    // Starts the buffered mode's thread when records may wait; else, or when it cannot be
+    // started, records are written through.
+    void startFlusher();
     // Ends the buffered mode's thread; called with none of the writer's locks held.
     void stopFlusher() { m_flusher.stop(); }
 
@@ -84,7 +87,9 @@ public:
     // ---- Fork ----
     // In a child made by fork, from the fork handler (the buffer was written out before the
     // fork): the child lets go of the parent's file and watch, and its next record starts a
-    // new file.
+    // new file. The buffer's thread did not come along, and a child may not start one (only
+    // async-signal-safe calls are allowed in it until it execs), so the child writes every
+    // record through until it is configured anew.
     void continueInChild();
 
 private:

@@ -49,6 +49,7 @@ int QelLogFileStream::openLog() {
     if (openFile() != 0) {
         return failWith(kErrorFileOpen);
     }
+    m_writer->startFlusher();
     lock.signal().connect_while_locked(this, &QelLogFileStream::writeFormatLog);
     m_isOpen = true;
     return 0;
@@ -95,6 +96,7 @@ int QelLogFileStream::moveToFolder(const char* folder) {
             return result;
         }
     }
+    m_writer->startFlusher();
     if (m_isOpen) {
         lock.signal().disconnect_while_locked(this);
     }
@@ -120,9 +122,11 @@ void QelLogFileStream::setMaxFileSize(uint32_t maxSize) {
 void QelLogFileStream::setMaxDelay(unsigned int maxDelayMs) {
     {
         WriterLock lock(*this);
-        m_writer->writeOut();
         m_writer->setMaxDelay(maxDelayMs);
         if (maxDelayMs != 0) {
+            if (m_isOpen) {
+                m_writer->startFlusher();
+            }
             return;
         }
     }
