@@ -5,7 +5,8 @@ import sys
 
 CASES = ["dropped", "console", "file", "file_buffered", "both"]
 PEERS = ["spdlog", "glog", "log4cplus"]
-FLOORS = [("write", "write(2)"), ("access_fwrite", "access+fwrite"), ("snprintf", "snprintf")]
+FLOORS = [("write", "write(2)"), ("write_check", "epoll_wait+write(2)"),
+          ("access_fwrite", "access+fwrite"), ("snprintf", "snprintf")]
 
 
 def load(path):
