@@ -9,7 +9,8 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
+
+#include "support/test_support.h"
 
 const std::set<std::string>* g_looksFree = nullptr;
 int g_foldersToRemove = 0;
@@ -44,6 +45,8 @@ extern "C" int inotify_init1(int flags) {
     return static_cast<int>(syscall(SYS_inotify_init1, flags));
 }
 
+using qeltest::readFile;
+
 namespace hardening {
 
 long openDescriptors() {
@@ -51,9 +54,9 @@ long openDescriptors() {
 }
 
 int descriptorsLeadingTo(const std::string& target, int pid) {
-    const std::string folder = pid == 0 ? "/proc/self/fd" : "/proc/" + std::to_string(pid) + "/fd";
     int count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    for (const auto& entry : std::filesystem::directory_iterator(
+             pid == 0 ? "/proc/self/fd" : "/proc/" + std::to_string(pid) + "/fd")) {
         std::error_code ignored;
         count += read_symlink(entry.path(), ignored) == target;
     }
@@ -63,9 +66,7 @@ int descriptorsLeadingTo(const std::string& target, int pid) {
 int threadsNamed(const std::string& name) {
     int count = 0;
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::string comm;
-        std::getline(std::ifstream(task.path() / "comm"), comm);
-        count += comm == name;
+        count += readFile(task.path() / "comm") == name + "\n";
     }
     return count;
 }
