@@ -10,12 +10,20 @@
 
 namespace qel {
 
-QelLogFileStream::QelLogFileStream() : m_writer(new FileWriter(&QelLogFileStream::flushDue, this)) {
-    m_writer->line().reserve(kLineCapacity);
+namespace {
+
+FileWriter& writer(void* state) {
+    return *static_cast<FileWriter*>(state);
+}
+
+}  // namespace
+
+QelLogFileStream::QelLogFileStream() : m_state(new FileWriter(&QelLogFileStream::flushDue, this)) {
+    writer(m_state).line().reserve(kLineCapacity);
 }
 
 QelLogFileStream::~QelLogFileStream() {
-    delete m_writer;
+    delete static_cast<FileWriter*>(m_state);
 }
 
 std::string QelLogFileStream::formatFileName(const std::string& folder) {
@@ -25,17 +33,17 @@ std::string QelLogFileStream::formatFileName(const std::string& folder) {
 }
 
 int QelLogFileStream::openFile() {
-    return m_writer->openFile();
+    return writer(m_state).openFile();
 }
 
 void QelLogFileStream::closeFile() {
-    m_writer->closeFile();
+    writer(m_state).closeFile();
 }
 
 void QelLogFileStream::writeFormatLog(const LogMessage& msg) {
     ScopedCriticalSection lock(*m_critSect);
-    formatLog(msg, m_writer->line());
-    m_writer->take(static_cast<int>(msg.level) >= QEL_LOG_WARNING);
+    formatLog(msg, writer(m_state).line());
+    writer(m_state).take(static_cast<int>(msg.level) >= QEL_LOG_WARNING);
 }
 
 int QelLogFileStream::openLog() {
@@ -49,7 +57,7 @@ int QelLogFileStream::openLog() {
     if (openFile() != 0) {
         return failWith(kErrorFileOpen);
     }
-    m_writer->startFlusher();
+    writer(m_state).startFlusher();
     lock.signal().connect_while_locked(this, &QelLogFileStream::writeFormatLog);
     m_isOpen = true;
     return 0;
@@ -59,19 +67,19 @@ void QelLogFileStream::closeLog() {
     {
         WriterLock lock(*this);
         if (m_isOpen) {
-            m_writer->writeOut();
-            m_writer->closeAll();
+            writer(m_state).writeOut();
+            writer(m_state).closeAll();
             lock.signal().disconnect_while_locked(this);
             m_isOpen = false;
         }
     }
     // Disconnected, the writer gets no more records that could start the thread again.
-    m_writer->stopFlusher();
+    writer(m_state).stopFlusher();
 }
 
 int QelLogFileStream::startIn(const char* folder) {
     closeFile();
-    m_writer->setFolder(folder);
+    writer(m_state).setFolder(folder);
     return openFile();
 }
 
@@ -83,12 +91,12 @@ int QelLogFileStream::moveToFolder(const char* folder) {
     if (QelLog::exiting()) {
         return -1;  // refused as after exit (log.h): the writers stay closed
     }
-    m_writer->writeOut();
+    writer(m_state).writeOut();
     int result = 0;
     if (startIn(folder) != 0) {
         result = failWith(kErrorFileOpen);
         if (startIn(kWorkingFolder) != 0) {
-            m_writer->closeAll();
+            writer(m_state).closeAll();
             if (m_isOpen) {
                 lock.signal().disconnect_while_locked(this);
                 m_isOpen = false;
@@ -96,7 +104,7 @@ int QelLogFileStream::moveToFolder(const char* folder) {
             return result;
         }
     }
-    m_writer->startFlusher();
+    writer(m_state).startFlusher();
     if (m_isOpen) {
         lock.signal().disconnect_while_locked(this);
     }
@@ -110,52 +118,52 @@ void QelLogFileStream::setFileFolder(const char* folder) {
         return;
     }
     WriterLock lock(*this);
-    m_writer->setFolder(folder);
+    writer(m_state).setFolder(folder);
 }
 
 void QelLogFileStream::setMaxFileSize(uint32_t maxSize) {
     WriterLock lock(*this);
-    m_writer->writeOut();
-    m_writer->setMaxFileSize(maxSize);
+    writer(m_state).writeOut();
+    writer(m_state).setMaxFileSize(maxSize);
 }
 
 void QelLogFileStream::setMaxDelay(unsigned int maxDelayMs) {
     {
         WriterLock lock(*this);
-        m_writer->setMaxDelay(maxDelayMs);
+        writer(m_state).setMaxDelay(maxDelayMs);
         if (maxDelayMs != 0) {
             if (m_isOpen) {
-                m_writer->startFlusher();
+                writer(m_state).startFlusher();
             }
             return;
         }
     }
-    m_writer->stopFlusher();
+    writer(m_state).stopFlusher();
 }
 
 void QelLogFileStream::useKernelReports(bool enabled) {
     WriterLock lock(*this);
-    m_writer->useKernelReports(enabled);
+    writer(m_state).useKernelReports(enabled);
 }
 
 void QelLogFileStream::flushDue(void* stream) {
     auto* self = static_cast<QelLogFileStream*>(stream);
     WriterLock lock(*self);
-    self->m_writer->writeOut();
+    writer(self->m_state).writeOut();
 }
 
 void QelLogFileStream::prepareFork() {
     ScopedCriticalSection lock(*m_critSect);
-    m_writer->writeOut();
+    writer(m_state).writeOut();
 }
 
 void QelLogFileStream::continueInChild() {
-    m_writer->continueInChild();
+    writer(m_state).continueInChild();
 }
 
 void QelLogFileStream::release() {
-    delete m_writer;
-    m_writer = nullptr;
+    delete static_cast<FileWriter*>(m_state);
+    m_state = nullptr;
     delete m_critSect;
     m_critSect = nullptr;
 }

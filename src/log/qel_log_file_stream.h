@@ -8,8 +8,6 @@
 
 namespace qel {
 
-class FileWriter;
-
 // Appends log lines to log files in a folder. Every open creates a new file named
 // "QelLog" + the local timestamp with ':' turned into '-' + ".log"; a file is never
 // reopened, truncated or overwritten. When a line does not fit below the byte limit, the
@@ -92,7 +90,9 @@ private:
     // The buffered mode's deadline has come: writes out what waits. Called by its thread.
     QEL_NO_EXPORT static void flushDue(void* stream);
 
-    FileWriter* m_writer;  // owned; guarded by m_critSect
+    // The writer's state: a FileWriter, owned; guarded by m_critSect. Opaque here, so that no
+    // change of it is a change of this exported class's binary interface.
+    void* m_state;
 };
 
 }  // namespace qel
