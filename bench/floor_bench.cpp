@@ -20,8 +20,8 @@ int g_fd = -1;
 FILE* g_stream = nullptr;
 std::string g_path;
 
-// One write(2) of the line per record.
-void writeCall(benchmark::State& state) {
+// One write(2) of the line per record; with `timeEachCall`, the latency of each.
+void writeCall(benchmark::State& state, bool timeEachCall) {
     runCase(
         state,
         [](const std::string& folder) {
@@ -31,7 +31,16 @@ void writeCall(benchmark::State& state) {
         [] {
             close(g_fd);
             g_fd = -1;
-        });
+        },
+        timeEachCall);
+}
+
+void writeCall(benchmark::State& state) {
+    writeCall(state, false);
+}
+
+void writeLatency(benchmark::State& state) {
+    writeCall(state, true);
 }
 
 // What writing each record through with a check of the current file cannot cost less than: a
@@ -121,6 +130,7 @@ void sigpipeGuard(benchmark::State& state) {
 
 void registerFloorCases() {
     registerCase("floor/write", writeCall);
+    registerLatencyCase("latency/floor_write", writeLatency);
     registerCase("floor/write_check", writeAndCheck);
     registerCase("floor/access_fwrite", accessAndFwrite);
     registerCase("floor/snprintf", headerSnprintf);

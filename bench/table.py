@@ -119,10 +119,10 @@ def print_latencies(runs):
     print()
     print("| file writer, 1 thread, ns per call | " + " | ".join(c[1] for c in columns) + " |")
     print("|---|" + "---|" * len(columns))
-    for impl in ("qel", "spdlog"):
+    for impl, label in (("qel", "qel"), ("spdlog", "spdlog"), ("floor_write", "write(2) floor")):
         b = runs.get(("latency", impl, 1))
         if b is not None:
-            print("| %s | %s |" % (impl, " | ".join("%.0f" % b[c[0]] for c in columns)))
+            print("| %s | %s |" % (label, " | ".join("%.0f" % b[c[0]] for c in columns)))
     theirs = runs.get(("latency", "spdlog", 1))
     if theirs is not None:
         print("| qel/spdlog | %s |" % " | ".join(
