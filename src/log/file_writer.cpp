@@ -40,7 +40,7 @@ bool nameTaken(const char* path) {
 }  // namespace
 
 FileWriter::FileWriter(void (*flush)(void*), void* context)
-    : m_folder(kWorkingFolder),
+    : m_folder(QelLogFileStream::kWorkingFolder),
       m_maxFileSize(kDefaultMaxFileSize),
       m_maxDelayMs(0),
       m_flusher(flush, context),
@@ -115,7 +115,7 @@ int FileWriter::createFile() {
 void FileWriter::closeFile() {
     m_file.close();
     m_watch.stop();
-    m_folder = kWorkingFolder;
+    m_folder = QelLogFileStream::kWorkingFolder;
 }
 
 void FileWriter::closeAll() {

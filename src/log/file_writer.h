@@ -35,8 +35,6 @@ namespace qel {
 // folder has to be made.
 class FileWriter {
 public:
-    // The folder a writer starts in and falls back to.
-    static constexpr const char* kWorkingFolder = "./";
     // The buffer of the buffered mode: the longest line (a header of at most 1023 characters,
     // a text of 2047 and two line feeds) fits it several times over.
     static constexpr size_t kBufferCapacity = 8192;
@@ -53,9 +51,7 @@ public:
     static size_t fileName(const char* folder, char* out, size_t capacity);
 
     // ---- Configuration ----
-    const std::string& folder() const { return m_folder; }
     void setFolder(const char* folder) { m_folder = folder; }
-    uint32_t maxFileSize() const { return m_maxFileSize; }
     // Applies to the current file from the next record on; 0 removes the limit.
     void setMaxFileSize(uint32_t maxSize) { m_maxFileSize = maxSize; }
     // 0: write-through; else the longest a record may wait, in milliseconds. What waits is
@@ -65,7 +61,8 @@ public:
     // Opens a new file in the folder, making the folder first, never reusing a name; clears the
     // retry pause. 0, or the errno value of the failure.
     int openFile();
-    // Closes the current file (the buffer is not written) and resets the folder to "./".
+    // Closes the current file (the buffer is not written) and resets the folder to the working
+    // folder, "./".
     void closeFile();
     // The writer is off: closeFile(), and the watch lets go of its descriptors.
     void closeAll();

@@ -8,9 +8,10 @@
 namespace qel {
 
 // Prints log lines on standard output and flushes standard output after each record, so that
-// a line is visible at once; no other stream of the program is touched. On from the start: the manager connects
-// it when it is created. Reports nothing; a line that cannot be printed is lost quietly,
-// and a reader of standard output that went away never ends the process by SIGPIPE.
+// a line is visible at once; no other stream of the program is touched. On from the start: the
+// manager connects it when it is created. Reports nothing; a line that cannot be printed is
+// lost quietly, and a reader of standard output that went away never ends the process by
+// SIGPIPE.
 class QEL_EXPORT QelLogConsoleStream : public QelLogStreamBase {
 public:
     QelLogConsoleStream();

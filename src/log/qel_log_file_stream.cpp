@@ -1,7 +1,5 @@
 #include "log/qel_log_file_stream.h"
 
-#include <limits.h>
-
 #include "error/error_codes.h"
 #include "log/file_writer.h"
 #include "log/qel_log.h"
@@ -12,6 +10,7 @@ namespace qel {
 
 namespace {
 
+// The writer's state behind the class's opaque pointer.
 FileWriter& writer(void* state) {
     return *static_cast<FileWriter*>(state);
 }

@@ -171,7 +171,8 @@ TEST(HostProcessTest, LogCallsNeverWaitForTheHostsStreamsOrItsTimeZoneLock) {
         setenv("TZ", "Europe/Berlin", 1);
         signal(SIGPROF, [](int) { qelLogSimplify("handler", QEL_LOG_INFO, "tick"); });
         const itimerval often = {{0, 100}, {0, 100}}, off = {};
-        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && setitimer(ITIMER_PROF, &often, 0) == 0);
+        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0);
+        CHILD_CHECK(setitimer(ITIMER_PROF, &often, nullptr) == 0);
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(3);
         for (time_t t = 0; std::chrono::steady_clock::now() < end; t += 3607) {
             struct tm local;

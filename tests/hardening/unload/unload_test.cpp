@@ -64,7 +64,9 @@ int main(int argc, char** argv) {
     const long growth = residentKiB() - warmResident;
     for (const auto& file : fs::directory_iterator(folder)) {
         const std::string text = content(file);
-        for (size_t at = 0; (at = text.find("]cycle\n\n", at)) != std::string::npos; ++at) ++records;
+        for (size_t at = text.find("]cycle\n\n"); at != std::string::npos; ++records) {
+            at = text.find("]cycle\n\n", at + 1);
+        }
     }
     fs::remove_all(folder);
     const bool mapped = content("/proc/self/maps").find(argv[1]) != std::string::npos;
