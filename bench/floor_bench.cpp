@@ -3,6 +3,8 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/epoll.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,8 +20,8 @@ int g_fd = -1;
 FILE* g_stream = nullptr;
 std::string g_path;
 
-// One write(2) of the line per record.
-void writeCall(benchmark::State& state) {
+// One write(2) of the line per record; with `timeEachCall`, the latency of each.
+void writeCall(benchmark::State& state, bool timeEachCall) {
     runCase(
         state,
         [](const std::string& folder) {
@@ -29,6 +31,45 @@ void writeCall(benchmark::State& state) {
         [] {
             close(g_fd);
             g_fd = -1;
+        },
+        timeEachCall);
+}
+
+void writeCall(benchmark::State& state) {
+    writeCall(state, false);
+}
+
+void writeLatency(benchmark::State& state) {
+    writeCall(state, true);
+}
+
+// What writing each record through with a check of the current file cannot cost less than: a
+// look whether the kernel reported a change of the file's folder (epoll_wait on an inotify
+// instance that watches it) and one write(2) of the line.
+int g_reports = -1;
+
+void writeAndCheck(benchmark::State& state) {
+    runCase(
+        state,
+        [](const std::string& folder) {
+            g_fd = open((folder + "/floor.log").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            const int instance = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+            inotify_add_watch(instance, folder.c_str(), IN_DELETE | IN_MOVED_FROM | IN_MOVE_SELF);
+            g_reports = epoll_create1(EPOLL_CLOEXEC);
+            struct epoll_event readable = {};
+            readable.events = EPOLLIN;
+            epoll_ctl(g_reports, EPOLL_CTL_ADD, instance, &readable);
+            close(instance);  // the epoll instance keeps it
+        },
+        [] {
+            struct epoll_event ready;
+            benchmark::DoNotOptimize(epoll_wait(g_reports, &ready, 1, 0));
+            benchmark::DoNotOptimize(write(g_fd, kFloorLine, sizeof(kFloorLine) - 1));
+        },
+        [] {
+            close(g_fd);
+            close(g_reports);
+            g_fd = g_reports = -1;
         });
 }
 
@@ -89,6 +130,8 @@ void sigpipeGuard(benchmark::State& state) {
 
 void registerFloorCases() {
     registerCase("floor/write", writeCall);
+    registerLatencyCase("latency/floor_write", writeLatency);
+    registerCase("floor/write_check", writeAndCheck);
     registerCase("floor/access_fwrite", accessAndFwrite);
     registerCase("floor/snprintf", headerSnprintf);
     registerCase("floor/sigpipe_guard", sigpipeGuard);

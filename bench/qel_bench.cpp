@@ -25,7 +25,8 @@ void allWritersOff() {
 }
 
 // Sets up the writers a case measures: the console writer and, with `folder`, the file
-// writer in that folder at a 10 MiB limit (the measured time includes switches to new files).
+// writer in that folder at a 10 MiB limit (the measured time includes switches to new files),
+// each record written through as the library does by default.
 void switchOn(bool console, const std::string* folder) {
     allWritersOff();
     if (folder != nullptr) {
@@ -60,6 +61,21 @@ void fileOnly(benchmark::State& state) {
 
 void fileLatency(benchmark::State& state) {
     runCase(state, fileOnlySetUp, writeInfo, allWritersOff, true);
+}
+
+// The file writer with the buffer a program may ask for: records wait up to a second.
+void fileBuffered(benchmark::State& state) {
+    runCase(
+        state,
+        [](const std::string& folder) {
+            fileOnlySetUp(folder);
+            qelLogConfigFileBuffer(1000);
+        },
+        writeInfo,
+        [] {
+            allWritersOff();
+            qelLogConfigFileBuffer(0);
+        });
 }
 
 void bothWriters(benchmark::State& state) {
@@ -109,6 +125,7 @@ void registerQelCases() {
     registerCase("console/qel", consoleOnly);
     registerCase("console_pipe/qel", consoleIntoPipe);
     registerCase("file/qel", fileOnly);
+    registerCase("file_buffered/qel", fileBuffered);
     registerCase("both/qel", bothWriters);
     registerLatencyCase("latency/qel", fileLatency);
 }

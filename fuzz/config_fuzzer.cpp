@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   qelfuzz::Input input(data, size);
   for (int operation = 0; operation < kMostOperations && !input.empty();
        ++operation) {
-    switch (input.byte() % 9) {
+    switch (input.byte() % 11) {
     case 0:
       qelLogSetGlobalLevel(
           static_cast<QelLogLevel>(static_cast<int32_t>(input.word())));
@@ -63,6 +63,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       break;
     case 7:
       qelLogErrno("fuzz");
+      break;
+    case 8:
+      // Delays up to the longest allowed and beyond it, short ones most often.
+      qelLogConfigFileBuffer(input.byte() & 1 ? input.word() % 70000 : input.byte() % 4);
+      break;
+    case 9:
+      qelLogConfigFileWatch(input.byte() & 1);
       break;
     default: {
       const auto level = static_cast<QelLogLevel>(input.byte() % 6 - 1);

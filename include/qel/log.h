@@ -22,6 +22,12 @@
  *   folder like a blank one. Strings longer than their field are cut, never refused.
  * - Threads: any function may be called from any thread. Configuration calls are meant to come
  *   from one thread at a time. Nothing throws.
+ * - Signal handlers may call qelLogWrite, qelLogSimplify and qelLogErrno, once the program has
+ *   made any call into the library outside a handler. A record takes no lock that code outside
+ *   the library may hold (neither the C library's time-zone lock nor a stdio stream's, except
+ *   standard output's for the console writer) and allocates no memory, except when a log folder
+ *   that has gone has to be made again. The other functions must not be called from a
+ *   handler.
  * - Where the library must not be entered, a call changes nothing and returns at once:
  *   once process exit has begun (the library has closed its writers, the log file with them),
  *   and on a thread that is inside the library already (a signal handler that interrupted a
@@ -148,17 +154,54 @@ QEL_EXPORT int qelLogSetGlobalLevel(QelLogLevel level);
 /* Returns the global threshold (1 at start). */
 QEL_EXPORT QelLogLevel qelLogGetGlobalLevel(void);
 
-/* Sets the byte limit of each log file, applied at once to the current file; 0 removes
- * the limit. The default is 10485760. Returns 0. */
+/* Sets the byte limit of each log file, applied to the current file from the next record on;
+ * 0 removes the limit. The default is 10485760. The limit counts what a file took while a limit
+ * was set: after a limit of 0, the current file may grow by up to the new limit before the
+ * writer switches files. Returns 0. */
 QEL_EXPORT int qelLogSetMaxSize(unsigned int maxSize);
 
 /* Switches the file writer on (true) or off (false). Switching on opens a new log file in
- * the writer's folder ("./" until a folder is set; switching off forgets the folder).
+ * the writer's folder ("./" until a folder is set); switching off writes out what waits in its
+ * buffer, closes the file and every descriptor the writer holds, and forgets the folder.
  * Returns 0, or -1 with the error code 0x80300002 when the file cannot be opened. */
 QEL_EXPORT int qelLogConfigFileWriter(bool enable);
 
 /* Switches the console writer on (true) or off (false). Returns 0. */
 QEL_EXPORT int qelLogConfigConsoleWriter(bool enable);
+
+/* ---- The file writer's buffer and its check of the current file ----
+ * By default every record that the file writer takes has reached the system (one write(2) of
+ * its line, or of its parts where the size limit splits it) before the call that logged it
+ * returns, whatever its level: a crash of the program, SIGKILL included, loses no record
+ * whose call has returned. Before each write the writer checks that its current file is still
+ * at its name; a record logged before the file was renamed, deleted or replaced, before its
+ * folder was moved or mounted over, or before a chdir (with a relative folder) stays in the
+ * file it was written to, and the next record starts a new file. */
+
+/* Lets records wait in the file writer's buffer (8 KiB of whole records) for at most
+ * `maxDelayMs` milliseconds (1 to 60000), for programs that log at very high rates: one
+ * write per buffer instead of one per record. 0, the default, writes every record through.
+ * What waits is written out when a warning or an error is logged (before that call returns,
+ * with every record before it), when the buffer is full, when a record reaches the size limit,
+ * at the deadline (by a thread of the library's, named qel-flush, which runs while the file
+ * writer is on with its buffer and blocks every signal), before fork(), when the writer is
+ * switched off or moved, when the size limit or this setting changes, and at exit. The cost: a
+ * crash (SIGKILL, abort(), a fatal signal, _exit(), a power cut) loses the verbose and info
+ * records of up to the last `maxDelayMs`; and records that wait go into the file that is
+ * current when they are written (after a rename of the current file, a new one). A child made
+ * by fork writes every record through until it calls this again. Returns 0; -1 with the error
+ * code 0x80300206 and no change for a delay above 60000. */
+QEL_EXPORT int qelLogConfigFileBuffer(unsigned int maxDelayMs);
+
+/* Chooses how the file writer notices a change of its current file's path. true, the default:
+ * the kernel reports changes (inotify, and the process's mount table for mounts), and a record
+ * costs one look at the reports instead of a walk of the path. While the writer is on this
+ * holds one of the user's inotify instances (fs.inotify.max_user_instances, 128 by default,
+ * shared by every program of the user) and two more descriptors; the writer takes none when
+ * fewer than 8 more instances could be made, so that it never uses up the last ones, and then
+ * works as with false. false: the path is looked up before every record (about as costly as
+ * the record's write), and no inotify instance is used. Returns 0. */
+QEL_EXPORT int qelLogConfigFileWatch(bool enable);
 
 /* Creates `folder` (leading and trailing spaces removed, backslashes read as "/", at most
  * 128 characters) and switches the file writer on in a new file there. Returns 0 on

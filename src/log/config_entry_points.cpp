@@ -17,11 +17,14 @@ constexpr size_t kMaxFolderLength = 128;
 constexpr unsigned int kFullPathSize = 256;
 // What a configuration call returns where the manager must not be entered (log.h).
 constexpr int kRefused = -1;
+// The longest that qelLogConfigFileBuffer lets a record wait.
+constexpr unsigned int kLongestBufferDelayMs = 60000;
 
 // Runs `change` on the manager, or returns kRefused without any change where the manager must
 // not be entered: once process exit has begun, or on a thread that is inside it already.
 template <class Change>
 int configure(Change change) {
+    const qel::ConfigurationCall call;  // the writers stay whole while it runs, exit or not
     qel::QelLog* log = qel::QelLog::reachable();
     return log != nullptr ? change(*log) : kRefused;
 }
@@ -157,6 +160,23 @@ QEL_EXPORT int qelLogSetLevelSpec(const char* spec) {
         return qel::failWith(qel::kErrorInvalidParameter);
     }
     return changeThresholds([&levels](qel::QelLog& log) { levels.apply(log); });
+}
+
+QEL_EXPORT int qelLogConfigFileBuffer(unsigned int maxDelayMs) {
+    if (maxDelayMs > kLongestBufferDelayMs) {
+        return qel::failWith(qel::kErrorInvalidParameter);
+    }
+    return configure([=](qel::QelLog& log) {
+        log.fileStream().setMaxDelay(maxDelayMs);
+        return 0;
+    });
+}
+
+QEL_EXPORT int qelLogConfigFileWatch(bool enable) {
+    return configure([=](qel::QelLog& log) {
+        log.fileStream().useKernelReports(enable);
+        return 0;
+    });
 }
 
 }  // extern "C"

@@ -5,10 +5,15 @@
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstring>
+#include <initializer_list>
+
+#include "log/log_file.h"
 
 namespace qel {
 
@@ -50,42 +55,51 @@ bool reportsEveryChange(const char* folder) {
     return false;
 }
 
-// A process that closed a standard stream must not find the watch's descriptor where its
-// console output or its next open goes.
-int aboveStandardStreams(int descriptor) {
-    if (descriptor < 0 || descriptor > STDERR_FILENO) {
-        return descriptor;
-    }
-    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    ::close(descriptor);
-    return moved;
-}
-
 }  // namespace
 
 CurrentFileWatch::CurrentFileWatch()
     : m_instance(-1),
       m_readiness(-1),
+      m_mounts(-1),
+      m_folderCount(0),
+      m_name(m_path),
       m_device(0),
       m_inode(0),
+      m_kernelReports(true),
       m_watching(false),
-      m_checkDue(false) {}
-
-CurrentFileWatch::~CurrentFileWatch() {
-    close();
+      m_checkDue(false) {
+    m_path[0] = '\0';
 }
 
-void CurrentFileWatch::watch(int descriptor, const std::string& path) {
+CurrentFileWatch::~CurrentFileWatch() {
+    release();
+}
+
+void CurrentFileWatch::useKernelReports(bool enabled) {
+    m_kernelReports = enabled;
+    if (!enabled) {
+        release();  // from now on the path is walked before every write
+    } else if (m_path[0] != '\0') {
+        m_watching = true;  // armed at the next write
+        m_checkDue = true;
+    }
+}
+
+void CurrentFileWatch::watch(int descriptor, const char* path) {
     removeWatches();
-    m_path = path;
+    const size_t length = strnlen(path, sizeof(m_path) - 1);
+    memcpy(m_path, path, length);
+    m_path[length] = '\0';
+    const char* slash = strrchr(m_path, '/');
+    m_name = slash != nullptr ? slash + 1 : m_path;
     struct stat status;
-    if (fstat(descriptor, &status) != 0 && lstat(path.c_str(), &status) != 0) {
+    if (fstat(descriptor, &status) != 0 && lstat(m_path, &status) != 0) {
         status.st_dev = 0;
         status.st_ino = 0;
     }
     m_device = status.st_dev;
     m_inode = status.st_ino;
-    // The watches are made at the first record, with the first walk of the path.
+    // The watches are made at the first write, with the first walk of the path.
     m_watching = true;
     m_checkDue = true;
 }
@@ -95,14 +109,25 @@ void CurrentFileWatch::stop() {
     m_watching = false;
 }
 
+void CurrentFileWatch::release() {
+    stop();
+    for (int* descriptor : {&m_instance, &m_readiness, &m_mounts}) {
+        if (*descriptor >= 0) {
+            ::close(*descriptor);  // the watches go with the instance's last descriptor
+        }
+        *descriptor = -1;
+    }
+}
+
 bool CurrentFileWatch::replaced() {
     if (m_watching) {
         if (!m_checkDue && !changeReported()) {
             return false;
         }
         // Something changed on the path, or nothing is known yet: watch what the path is
-        // made of now (a folder may have been exchanged), dropping what was reported; the walk
-        // below sees every change made before, the watches every one made after.
+        // made of now (a folder may have been exchanged, a file system mounted), dropping what
+        // was reported; the walk below sees every change made before, the watches every one
+        // made after.
         m_watching = arm();
     }
     m_checkDue = false;
@@ -111,108 +136,124 @@ bool CurrentFileWatch::replaced() {
 
 void CurrentFileWatch::forgetInChild() {
     // Removing a watch or reading a report would take it from the parent.
-    close();
-    m_watching = false;
+    m_folderCount = 0;
+    release();
 }
 
 bool CurrentFileWatch::arm() {
     removeWatches();
     // A relative name depends on the working directory, which no watch reports on: it is
-    // walked per record, which is as short a walk as a check of the working directory.
-    if (m_path.empty() || m_path[0] != '/') {
+    // walked before every write, which is as short a walk as a check of the working directory.
+    if (!m_kernelReports || m_path[0] != '/') {
         return false;
     }
     if (m_instance < 0 && !open()) {
-        return false;  // max_user_instances used up, or no inotify at all
+        return false;  // instances too few to take one, or no inotify at all
     }
-    // Every folder from the root down: each must be a folder, not a symbolic link (a link's
-    // new target would go unreported), on a file system that reports every change.
-    for (size_t slash = 0; slash != std::string::npos; slash = m_path.find('/', slash + 1)) {
-        const size_t next = m_path.find('/', slash + 1);
-        const std::string part =
-            m_path.substr(slash + 1, next == std::string::npos ? next : next - slash - 1);
-        if (part.empty()) {
+    // Every folder from the root down, each the part of the path before one of its '/': each
+    // must be a folder, not a symbolic link (a link's new target would go unreported), on a
+    // file system that reports every change.
+    for (size_t slash = 0; m_path + slash < m_name; slash += 1 + strcspn(m_path + slash + 1, "/")) {
+        const char* part = m_path + slash + 1;
+        const size_t partLength = strcspn(part, "/");
+        if (partLength == 0) {
             continue;  // "//"
         }
-        const std::string folder = slash == 0 ? "/" : m_path.substr(0, slash);
-        const bool isFileFolder = next == std::string::npos;
+        const bool fileFolder = part == m_name;
+        const bool dots = (partLength == 1 && part[0] == '.') ||
+                          (partLength == 2 && part[0] == '.' && part[1] == '.');
+        // The folder's path: m_path cut at this '/', or the root.
+        const char kept = m_path[slash == 0 ? 1 : slash];
+        m_path[slash == 0 ? 1 : slash] = '\0';
         struct stat status;
         const int descriptor =
-            part != "." && part != ".." && lstat(folder.c_str(), &status) == 0 &&
-                    S_ISDIR(status.st_mode) && reportsEveryChange(folder.c_str())
-                ? inotify_add_watch(m_instance, folder.c_str(),
-                                    isFileFolder ? kSelfEvents | kEntryEvents : kSelfEvents)
+            !dots && m_folderCount < kMaxFolders && lstat(m_path, &status) == 0 &&
+                    S_ISDIR(status.st_mode) && reportsEveryChange(m_path)
+                ? inotify_add_watch(m_instance, m_path,
+                                    fileFolder ? kSelfEvents | kEntryEvents : kSelfEvents)
                 : -1;
+        m_path[slash == 0 ? 1 : slash] = kept;
         if (descriptor < 0) {
             removeWatches();  // max_user_watches used up, or a folder as above
             return false;
         }
-        m_folders.push_back({descriptor, isFileFolder ? part : std::string()});
+        m_folders[m_folderCount++] = descriptor;
     }
     alignas(struct inotify_event) char reports[4096];
     while (read(m_instance, reports, sizeof(reports)) > 0) {
     }
-    return !m_folders.empty();
+    return m_folderCount > 0;
 }
 
-// An epoll instance tells whether a report is queued for the cost of a bare system call; a
-// read of the inotify descriptor that finds nothing costs about twice as much.
 bool CurrentFileWatch::open() {
     m_instance = aboveStandardStreams(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    m_readiness = aboveStandardStreams(epoll_create1(EPOLL_CLOEXEC));
-    struct epoll_event readable = {};
-    readable.events = EPOLLIN;
-    if (m_instance >= 0 && m_readiness >= 0 &&
-        epoll_ctl(m_readiness, EPOLL_CTL_ADD, m_instance, &readable) == 0) {
-        return true;
+    // The instances the others may still need, made and given back at once.
+    int spare[kSpareInstances];
+    int made = 0;
+    while (m_instance >= 0 && made < kSpareInstances &&
+           (spare[made] = inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) >= 0) {
+        ++made;
     }
-    close();
+    for (int i = 0; i < made; ++i) {
+        ::close(spare[i]);
+    }
+    if (made == kSpareInstances) {
+        m_readiness = aboveStandardStreams(epoll_create1(EPOLL_CLOEXEC));
+        m_mounts = aboveStandardStreams(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+        struct epoll_event reported = {};
+        reported.events = EPOLLIN;
+        reported.data.fd = m_instance;
+        struct epoll_event mounted = {};
+        mounted.events = EPOLLPRI;  // the mount table changed since it was last looked at
+        mounted.data.fd = m_mounts;
+        if (m_readiness >= 0 && m_mounts >= 0 &&
+            epoll_ctl(m_readiness, EPOLL_CTL_ADD, m_instance, &reported) == 0 &&
+            epoll_ctl(m_readiness, EPOLL_CTL_ADD, m_mounts, &mounted) == 0) {
+            return true;
+        }
+    }
+    release();
     return false;
 }
 
-void CurrentFileWatch::close() {
-    for (int* descriptor : {&m_instance, &m_readiness}) {
-        if (*descriptor >= 0) {
-            ::close(*descriptor);  // the watches go with the last descriptor of the instance
-        }
-        *descriptor = -1;
-    }
-}
-
 void CurrentFileWatch::removeWatches() {
-    if (m_instance >= 0) {
-        for (const FolderWatch& folder : m_folders) {
-            inotify_rm_watch(m_instance, folder.descriptor);
-        }
+    for (size_t i = 0; i < m_folderCount; ++i) {
+        inotify_rm_watch(m_instance, m_folders[i]);
     }
-    m_folders.clear();
+    m_folderCount = 0;
 }
 
 bool CurrentFileWatch::changeReported() {
-    struct epoll_event ready;
-    if (epoll_wait(m_readiness, &ready, 1, 0) == 0) {
-        return false;
+    // The system call itself, not the C library's wrapper, which makes it a point where the
+    // thread may be cancelled: this is only a look, made once per record.
+    struct epoll_event ready[2];
+    const int count = static_cast<int>(syscall(SYS_epoll_wait, m_readiness, ready, 2, 0));
+    if (count <= 0) {
+        return count < 0;  // a failure leaves the reports unknown
     }
+    bool changed = false;
+    for (int i = 0; i < count; ++i) {
+        changed |= ready[i].data.fd == m_mounts;
+    }
+    // Every report is read, so that the instance stops being ready.
     alignas(struct inotify_event) char buffer[4096];
     for (;;) {
         const ssize_t got = read(m_instance, buffer, sizeof(buffer));
         if (got <= 0) {
             // Nothing more to read; any other failure leaves the reports unknown.
-            return got < 0 && errno != EAGAIN;
+            return changed || (got < 0 && errno != EAGAIN);
         }
         for (ssize_t at = 0; at < got;) {
             const auto* event = reinterpret_cast<const struct inotify_event*>(buffer + at);
             at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
-            if (event->mask & IN_Q_OVERFLOW) {
-                return true;
-            }
-            for (const FolderWatch& folder : m_folders) {
-                // A folder's own move or removal, or a change of the watched entry. Reports
-                // of watches removed before (IN_IGNORED) carry descriptors no longer here.
-                if (folder.descriptor == event->wd &&
-                    (event->len == 0 || folder.entry == event->name)) {
-                    return true;
-                }
+            changed |= (event->mask & IN_Q_OVERFLOW) != 0;
+            for (size_t folder = 0; folder < m_folderCount; ++folder) {
+                // A folder's own move or removal, or a change of the file's entry in its
+                // folder (the last one watched). Reports of watches removed before
+                // (IN_IGNORED) carry descriptors no longer here.
+                changed |= m_folders[folder] == event->wd &&
+                           (event->len == 0 ||
+                            (folder + 1 == m_folderCount && strcmp(m_name, event->name) == 0));
             }
         }
     }
@@ -220,8 +261,7 @@ bool CurrentFileWatch::changeReported() {
 
 bool CurrentFileWatch::identityChanged() const {
     struct stat status;
-    return lstat(m_path.c_str(), &status) != 0 || status.st_dev != m_device ||
-           status.st_ino != m_inode;
+    return lstat(m_path, &status) != 0 || status.st_dev != m_device || status.st_ino != m_inode;
 }
 
 }  // namespace qel

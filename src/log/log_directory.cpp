@@ -2,6 +2,7 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -21,7 +22,9 @@ bool isDirectory(const std::string& path) {
 }
 
 // Creates every missing directory along `level`, the shortest first. Anything that exists
-// already is accepted here; a regular file in the way makes the next deeper mkdir fail.
+// already is accepted here; a regular file in the way makes the next deeper mkdir fail. A
+// directory that another process makes between the test and mkdir (EEXIST) is there, as it
+// would have been a moment earlier: two programs starting on one new folder both log there.
 bool createLevel(const std::string& level) {
     char buffer[kLevelBufferSize] = {0};
     const bool needsSlash = level.empty() || level.back() != '/';
@@ -34,7 +37,7 @@ bool createLevel(const std::string& level) {
     }
     for (char* slash = strchr(buffer + 1, '/'); slash != nullptr; slash = strchr(slash + 1, '/')) {
         *slash = '\0';
-        if (access(buffer, F_OK) != 0 && mkdir(buffer, 0755) != 0) {
+        if (access(buffer, F_OK) != 0 && mkdir(buffer, 0755) != 0 && errno != EEXIST) {
             perror("mkdir error");
             return false;
         }

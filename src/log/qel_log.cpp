@@ -3,6 +3,12 @@
 #include <pthread.h>
 
 #include <cstdlib>
+#include <new>
+
+extern "C" {
+extern void* __dso_handle;
+int __cxa_atexit(void (*handler)(void*), void* argument, void* library);
+}
 
 #include "log/level_spec.h"
 #include "log/module_thresholds.h"
@@ -51,12 +57,27 @@ void closeAtProcessExit() {
     }
 }
 
+void closeAtExitOrUnload(void*) {
+    closeAtProcessExit();
+}
+
+// Should the exit handler not have run when the library is unloaded (a tool that keeps exit
+// handlers for the end of the process), this closes the writers before the library's code
+// goes, their thread and descriptors with it.
+__attribute__((destructor)) void closeAtUnload() {
+    closeAtProcessExit();
+}
+
 }  // namespace
 
 std::atomic<QelLog*> QelLog::s_live{nullptr};
+std::atomic<int> QelLog::s_configurationCalls{0};
 
+// The manager lives in the library's static storage, so that nothing of it stays behind when
+// the library is unloaded; its destructor never runs (see the class comment).
 QelLog& QelLog::getInstance() {
-    static QelLog* const instance = new QelLog();
+    alignas(QelLog) static unsigned char storage[sizeof(QelLog)];
+    static QelLog* const instance = new (storage) QelLog();
     return *instance;
 }
 
@@ -75,10 +96,11 @@ QelLog::QelLog() : m_globalLevel(QEL_LOG_INFO) {
     LevelSpec::applyEnvironment(*this);
     // Registered once per process; the handlers find the manager through live(). The exit
     // handler runs when the process exits or the library is unloaded, where a destructor of
-    // the manager would have run.
+    // the manager would have run: it is registered for this library (__dso_handle), as atexit()
+    // in a library does, but without an atexit() that a tool may have put in its place.
     static const int handlersInstalled =
         pthread_atfork(&prepareFork, &afterForkInParent, &afterForkInChild) +
-        atexit(&closeAtProcessExit);
+        __cxa_atexit(&closeAtExitOrUnload, nullptr, &__dso_handle);
     (void)handlersInstalled;
     s_live.store(this, std::memory_order_release);
 }
@@ -106,13 +128,18 @@ void QelLog::unlockAfterFork(bool inChild) {
 void QelLog::closeAtExit() {
     // The flag goes up before the manager stops being live, so a late caller that finds it
     // gone also finds the flag and never creates it again.
-    g_exiting.store(true, std::memory_order_release);
-    s_live.store(nullptr, std::memory_order_release);
+    g_exiting.store(true, std::memory_order_seq_cst);
+    s_live.store(nullptr, std::memory_order_seq_cst);
     if (SignalLockMark::held()) {
         return;  // exit called from inside the manager: its lock cannot be taken again
     }
     m_consoleStream.closeLog();
     m_fileStream.closeLog();
+    if (s_configurationCalls.load(std::memory_order_seq_cst) == 0) {
+        sigslot::lock_block<sigslot::multi_threaded_local> signalLock(&m_logSignal);
+        m_consoleStream.release();
+        m_fileStream.release();
+    }
 }
 
 int QelLog::writeFormatLog(const LogMessage& msg) {

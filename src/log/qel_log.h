@@ -17,9 +17,12 @@ namespace qel {
 // The process-wide log manager: holds the threshold and the two writers, and dispatches
 // every record that passes the threshold to the writers that are switched on, in the order
 // in which they were switched on. Exactly one instance exists, created by the first call of
-// getInstance(). It is never freed: at process exit its writers are closed (the log file
-// with them) and the entry points stop entering it, but a call that reached it a moment
-// before, on any thread, still finds every member whole.
+// getInstance() in the library's own static storage, and never destroyed: at process exit,
+// and when the library is unloaded, its writers are closed (the log file and every descriptor
+// with them) and the entry points stop entering it. What the writers hold on the heap is
+// then freed unless a configuration call is still inside (ConfigurationCall), so that loading
+// and unloading the library leaks nothing; a record that reached the manager a moment before,
+// on any thread, finds it with no writer connected.
 class QEL_EXPORT QelLog {
 public:
     // The one manager, created on the first call (concurrent first callers wait for it).
@@ -28,7 +31,10 @@ public:
     // must not be entered: once process exit has begun, and on a thread that is inside the
     // manager already (see SignalLockMark). A dropped record costs this and a comparison.
     static QelLog* reachable() {
-        QelLog* log = s_live.load(std::memory_order_acquire);
+        // Sequentially consistent, as a plain load is on this machine: a configuration call
+        // counts itself in (ConfigurationCall) before this look, exit looks at the count after
+        // it has cleared the pointer, and one of the two must see the other.
+        QelLog* log = s_live.load(std::memory_order_seq_cst);
         if (log == nullptr) {
             log = firstUse();
         }
@@ -70,6 +76,9 @@ public:
     // At process exit: closes the console writer, then the file writer, for good.
     QEL_NO_EXPORT void closeAtExit();
 
+    // The number of configuration calls inside the manager (ConfigurationCall).
+    QEL_NO_EXPORT static std::atomic<int> s_configurationCalls;
+
     LogSignal& logSignal() { return m_logSignal; }
     QelLogFileStream& fileStream() { return m_fileStream; }
     QelLogConsoleStream& consoleStream() { return m_consoleStream; }
@@ -90,6 +99,19 @@ private:
     std::atomic<int> m_globalLevel;
 
     QEL_NO_EXPORT static std::atomic<QelLog*> s_live;
+};
+
+// Counts a configuration call in for its lifetime. At exit the writers' memory is freed only
+// when no configuration call is inside: a call counts itself in before it looks whether exit
+// has begun, and exit marks itself before it looks at the count, so one of the two always
+// sees the other. Records need no count: they reach the writers only through the signal,
+// which holds no writer once exit has closed them.
+class ConfigurationCall {
+public:
+    ConfigurationCall() { QelLog::s_configurationCalls.fetch_add(1, std::memory_order_seq_cst); }
+    ~ConfigurationCall() { QelLog::s_configurationCalls.fetch_sub(1, std::memory_order_seq_cst); }
+    ConfigurationCall(const ConfigurationCall&) = delete;
+    ConfigurationCall& operator=(const ConfigurationCall&) = delete;
 };
 
 }  // namespace qel

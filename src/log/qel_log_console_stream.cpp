@@ -55,11 +55,14 @@ private:
     bool m_wasPending;
 };
 
-// Prints `line` and flushes all output streams. The line holds no zero byte, so writing its
-// length prints what "%s" would, without measuring it again.
+// Prints `line` and flushes standard output. The line holds no zero byte, so writing its
+// length prints what "%s" would, without measuring it again. Only standard output is flushed:
+// a flush of all streams would take the lock of every stream of the program, and a log call
+// would then wait for a thread that reads its standard input, or deadlock with one that holds
+// a stream of its own.
 void printAndFlush(const std::string& line) {
     fwrite(line.data(), 1, line.size(), stdout);
-    fflush(nullptr);
+    fflush(stdout);
 }
 
 }  // namespace
@@ -85,7 +88,7 @@ void QelLogConsoleStream::writeFormatLog(const LogMessage& msg) {
 
 int QelLogConsoleStream::openLog() {
     WriterLock lock(*this);
-    if (!m_isOpen) {
+    if (!m_isOpen && !QelLog::exiting()) {
         lock.signal().connect_while_locked(this, &QelLogConsoleStream::writeFormatLog);
         m_isOpen = true;
     }
@@ -98,6 +101,12 @@ void QelLogConsoleStream::closeLog() {
         lock.signal().disconnect_while_locked(this);
         m_isOpen = false;
     }
+}
+
+void QelLogConsoleStream::release() {
+    std::string().swap(m_line);
+    delete m_critSect;
+    m_critSect = nullptr;
 }
 
 }  // namespace qel

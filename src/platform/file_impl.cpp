@@ -1,13 +1,8 @@
 #include "platform/file_impl.h"
 
-#include <errno.h>
-#include <fcntl.h>
 #include <limits.h>
 #include <stdarg.h>
 #include <stdlib.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstring>
 
@@ -201,85 +196,14 @@ const char* FileImpl::getFileName() {
     return m_fileName.c_str();
 }
 
-int FileImpl::createNewFile(const char* name) {
-    if (name == nullptr) {
-        errno = EINVAL;
-        return -1;
-    }
-    if (m_opened) {
-        errno = EBUSY;
-        return -1;
-    }
-    m_fileName = name;
-    m_loop = false;
-    m_mode = "wb";
-    // O_EXCL makes the creation fail on any existing name, a symbolic link included, so a
-    // file or link planted at the name in a shared folder is never followed or emptied.
-    int descriptor = ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor < 0) {
-        return -1;
-    }
-    if (descriptor <= STDERR_FILENO) {
-        const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        const int error = errno;
-        ::close(descriptor);
-        if (moved < 0) {
-            errno = error;
-            return -1;
-        }
-        descriptor = moved;
-    }
-    FILE* stream = fdopen(descriptor, "wb");
-    if (stream == nullptr) {
-        const int error = errno;
-        ::close(descriptor);  // the empty file stays; its name is simply not used again
-        errno = error;
-        return -1;
-    }
-    // Unbuffered: the caller buffers whole records itself, and each write reaches the
-    // system at once, so that what write() returns and counts is what the file took.
-    setvbuf(stream, nullptr, _IONBF, 0);
-    // Held while the file is open, released by its close: a tool that removes old log files
-    // skips a file that it cannot lock exclusively. A file system without such locks simply
-    // gives no protection.
-    flock(descriptor, LOCK_SH | LOCK_NB);
-    m_stream = stream;
-    m_opened = true;
-    m_streamPos = -1;
-    m_sizeAtOpen = 0;
-    return 0;
-}
-
-int FileImpl::descriptor() const {
-    return m_opened ? fileno(m_stream) : -1;
-}
-
-void FileImpl::detachInChild() {
-    if (!m_opened) {
-        return;
-    }
-    const int sink = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (sink >= 0) {
-        dup3(sink, fileno(m_stream), O_CLOEXEC);
-        ::close(sink);
-    }
-}
-
-bool FileImpl::takeWriteError() {
-    ScopedCriticalSection lock(*m_critSect);
-    const bool failed = m_writeFailed;
-    m_writeFailed = false;
-    return failed;
-}
-
 int FileImpl::writeAt(int64_t offset, const void* buffer, int count) {
     // Consecutive writes continue where the stream stands: a seek would push the stream's
     // buffer to the system on every write, so it is made only when the stream is elsewhere.
     const bool positioned = offset == m_streamPos || fseeko64(m_stream, offset, SEEK_SET) == 0;
     const size_t written = fwrite(buffer, 1, static_cast<size_t>(count), m_stream);
     m_streamPos = positioned ? offset + static_cast<int64_t>(written) : -1;
-    // A failed write (say, on a read-only stream) must not stick to the stream; it is noted
-    // for takeWriteError(), and where the stream stands is then unknown.
+    // A failed write (say, on a read-only stream) must not stick to the stream; where the
+    // stream stands is then unknown.
     if (ferror(m_stream)) {
         m_writeFailed = true;
         m_streamPos = -1;

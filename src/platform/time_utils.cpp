@@ -1,39 +1,33 @@
-// Clocks, sleep and the local timestamp text over clock_gettime, nanosleep, gettimeofday
-// and localtime_r.
+// Clocks, sleep and the local timestamp text over clock_gettime, nanosleep and gettimeofday.
+// Local time is the wall clock plus the zone's offset (local_zone.h), computed without the C
+// library's conversion, so that a signal handler may stamp a record.
 
 #include <qel/timeutils.h>
 
 #include <sys/time.h>
 
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 
+#include "platform/local_zone.h"
 #include "platform/time_text.h"
 
 namespace qel {
 
 namespace {
 
-// The local broken-down time of one wall-clock second, kept per thread, so that the records
-// a thread writes within one second convert the clock once. It remembers the time zone that
-// the conversion found (the values tzset() leaves), so that a change of zone shows at once.
-struct LocalSecond {
-    bool valid;
-    time_t second;
-    long zoneOffset;
-    int zoneDaylight;
-    const char* zoneNames[2];
-    struct tm fields;
-    char clockText[9];  // "hh:mm:ss:" of `fields`
+constexpr int64_t kSecondsPerDay = 86400;
+
+// The wall clock now: local seconds since the epoch and the milliseconds of the second.
+struct LocalNow {
+    int64_t seconds;
+    int millis;
 };
 
-// Zero-initialised and trivially destructible: a thread pays nothing to set it up.
-thread_local LocalSecond t_localSecond;
-
-bool sameZone(const LocalSecond& cached) {
-    return cached.zoneOffset == ::timezone && cached.zoneDaylight == ::daylight &&
-           cached.zoneNames[0] == ::tzname[0] && cached.zoneNames[1] == ::tzname[1];
+LocalNow localNow() {
+    struct timeval now = {};
+    ::gettimeofday(&now, nullptr);
+    return {now.tv_sec + localOffset(now.tv_sec), static_cast<int>(now.tv_usec / 1000)};
 }
 
 char* putTwoDigits(char* out, int value) {
@@ -42,27 +36,47 @@ char* putTwoDigits(char* out, int value) {
     return out + 2;
 }
 
-// The calling thread's cache, holding the local time of `seconds`. Each thread converts
-// into its own fields, so concurrent callers never mix the fields of two instants.
-const LocalSecond& localSecond(time_t seconds) {
-    LocalSecond& cached = t_localSecond;
-    if (!cached.valid || cached.second != seconds || !sameZone(cached)) {
-        ::localtime_r(&seconds, &cached.fields);
-        // The conversion sets up the zone on its first use, so its values are read after it.
-        cached.zoneOffset = ::timezone;
-        cached.zoneDaylight = ::daylight;
-        cached.zoneNames[0] = ::tzname[0];
-        cached.zoneNames[1] = ::tzname[1];
-        cached.second = seconds;
-        char* out = putTwoDigits(cached.clockText, cached.fields.tm_hour);
-        *out++ = ':';
-        out = putTwoDigits(out, cached.fields.tm_min);
-        *out++ = ':';
-        out = putTwoDigits(out, cached.fields.tm_sec);
-        *out = ':';
-        cached.valid = true;
+// `value` in decimal with at least `width` digits, zero padded, as "%0*lld" gives it.
+char* putNumber(char* out, int64_t value, int width) {
+    if (value < 0) {
+        *out++ = '-';
+        --width;
     }
-    return cached;
+    char digits[20];
+    int count = 0;
+    uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : value;
+    do {
+        digits[count++] = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    for (; width > count; --width) {
+        *out++ = '0';
+    }
+    while (count > 0) {
+        *out++ = digits[--count];
+    }
+    return out;
+}
+
+// "hh:mm:ss:ms" of `now`, the milliseconds unpadded, and a terminating zero byte.
+char* putTimeOfDay(char* out, const LocalNow& now) {
+    int64_t second = now.seconds % kSecondsPerDay;
+    second += second < 0 ? kSecondsPerDay : 0;
+    out = putTwoDigits(out, static_cast<int>(second / 3600));
+    *out++ = ':';
+    out = putTwoDigits(out, static_cast<int>(second / 60 % 60));
+    *out++ = ':';
+    out = putTwoDigits(out, static_cast<int>(second % 60));
+    *out++ = ':';
+    if (now.millis >= 100) {
+        *out++ = static_cast<char>('0' + now.millis / 100);
+    }
+    if (now.millis >= 10) {
+        *out++ = static_cast<char>('0' + now.millis / 10 % 10);
+    }
+    *out++ = static_cast<char>('0' + now.millis % 10);
+    *out = '\0';
+    return out;
 }
 
 }  // namespace
@@ -95,41 +109,26 @@ void sleepMs(int ms) {
 }
 
 size_t formatTimeOfDay(char* buffer) {
-    struct timeval now = {};
-    ::gettimeofday(&now, nullptr);
-    const LocalSecond& local = localSecond(now.tv_sec);
-    memcpy(buffer, local.clockText, sizeof(local.clockText));
-    char* out = buffer + sizeof(local.clockText);
-    const int millis = static_cast<int>(now.tv_usec / 1000);
-    if (millis >= 100) {
-        *out++ = static_cast<char>('0' + millis / 100);
-    }
-    if (millis >= 10) {
-        *out++ = static_cast<char>('0' + millis / 10 % 10);
-    }
-    *out++ = static_cast<char>('0' + millis % 10);
-    *out = '\0';
-    return static_cast<size_t>(out - buffer);
+    return static_cast<size_t>(putTimeOfDay(buffer, localNow()) - buffer);
+}
+
+size_t formatLocalTimestamp(char* buffer) {
+    const LocalNow now = localNow();
+    int64_t days = now.seconds / kSecondsPerDay;
+    days -= now.seconds % kSecondsPerDay < 0 ? 1 : 0;
+    const CivilDate date = civilFromDays(days);
+    char* out = putNumber(buffer, date.year, 4);
+    *out++ = '-';
+    out = putTwoDigits(out, date.month);
+    *out++ = '-';
+    out = putTwoDigits(out, date.day);
+    *out++ = '-';
+    return static_cast<size_t>(putTimeOfDay(out, now) - buffer);
 }
 
 std::string localTimeFormat() {
-    struct timeval now = {};
-    ::gettimeofday(&now, nullptr);
-    const struct tm& local = localSecond(now.tv_sec).fields;
-
-    // The text is formatted once and its length taken from snprintf, with no clearing of
-    // the buffer and no second pass over it.
-    char buffer[1024];
-    const int length = std::snprintf(buffer, sizeof(buffer), "%04d-%02d-%02d-%02d:%02d:%02d:%d",
-                                     local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                                     local.tm_hour, local.tm_min, local.tm_sec,
-                                     static_cast<int>(now.tv_usec / 1000));
-    if (length <= 0) {
-        return std::string();
-    }
-    const size_t size = static_cast<size_t>(length) < sizeof(buffer) ? static_cast<size_t>(length)
-                                                                     : sizeof(buffer) - 1;
-    return std::string(buffer, size);
+    char buffer[kTimestampSize];
+    return std::string(buffer, formatLocalTimestamp(buffer));
 }
 
 }  // namespace qel

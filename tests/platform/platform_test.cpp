@@ -1,9 +1,11 @@
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <thread>
@@ -109,6 +111,51 @@ TEST(TimeUtilsTest, ClocksAndSleep) {
     sleepMs(-1500);
     sleepMs(1050);
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(1050));
+}
+
+// The wall clock that localTimeFormat() reads, for the zone test: -1 reads the real one.
+static long long g_wallSeconds = -1;
+
+extern "C" int gettimeofday(struct timeval* now, void*) noexcept {
+    struct timespec real;
+    clock_gettime(CLOCK_REALTIME, &real);
+    *now = {g_wallSeconds >= 0 ? g_wallSeconds : real.tv_sec,
+            g_wallSeconds >= 0 ? 7000 : real.tv_nsec / 1000};
+    return 0;
+}
+
+// The local time follows each zone as the C library's conversion does, at every change to and
+// from daylight saving time in 2026 (the second before and the second of the change, found in
+// steps of 15 minutes, forwards and then back, as after a clock step) and far beyond the zone
+// file's table: zones with half-hour changes, south of the equator, without daylight saving
+// time any more, POSIX rules in TZ, and UTC.
+TEST(TimeUtilsTest, LocalTimeFollowsTheZoneAcrossItsChanges) {
+    for (const char* zone : {"Europe/Berlin", "America/New_York", "Australia/Lord_Howe",
+                             "America/Sao_Paulo", "<+0330>-3:30<+0430>,J79/24,J263/24",
+                             "AEST-10AEDT,M10.1.0,M4.1.0/3", "CET-1CEST,M3.5.0,M10.5.0/3", "",
+                             "UTC0"}) {
+        setenv("TZ", zone, 1);
+        tzset();
+        std::vector<time_t> instants = {2209075200, 4102444800};  // 2040, 2100
+        struct tm local, before = {};
+        for (time_t t = 1767225600; t < 1798761600; t += 900) {  // 2026, every 15 minutes
+            if (localtime_r(&t, &local)->tm_gmtoff != before.tm_gmtoff && t > 1767225600) {
+                instants.insert(instants.end(), {t - 1, t});
+            }
+            before = local;
+        }
+        std::sort(instants.begin(), instants.end());
+        instants.insert(instants.end(), instants.rbegin(), instants.rend());  // and back again
+        for (const time_t t : instants) {
+            char expected[64];
+            strftime(expected, sizeof(expected), "%Y-%m-%d-%H:%M:%S:7", localtime_r(&t, &local));
+            g_wallSeconds = t;
+            EXPECT_EQ(expected, localTimeFormat()) << zone << " at " << t;
+        }
+        g_wallSeconds = -1;
+    }
+    unsetenv("TZ");
+    tzset();
 }
 
 class FileTest : public ::testing::Test {

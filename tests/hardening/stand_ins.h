@@ -1,0 +1,34 @@
+#ifndef QEL_TESTS_HARDENING_STAND_INS_H_
+#define QEL_TESTS_HARDENING_STAND_INS_H_
+
+// What the hardening scenarios share: stand-ins for C library calls that the scenarios steer
+// (defined once, in stand_ins.cpp, for the whole executable), and small probes of the process.
+
+#include <set>
+#include <string>
+
+extern const std::set<std::string>* g_looksFree;  // look free to the check before a creation
+extern int g_foldersToRemove;   // mkdir removes so many of the folders it makes at once
+extern long g_skippedSeconds;   // the monotonic clock runs ahead by so many seconds
+// inotify_init1 fails (EMFILE, as when the user's instances are used up) once the process has
+// this many instances open; -1: no limit.
+extern int g_inotifyInstances;
+
+namespace hardening {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;  // their allocators keep freed memory: no measure of growth
+#else
+constexpr bool kSanitized = false;
+#endif
+
+long openDescriptors();  // the listing's own descriptor included
+// The process's descriptors whose link reads `target`, e.g. "anon_inode:inotify".
+int descriptorsLeadingTo(const std::string& target, int pid = 0);
+bool setSoftLimit(int resource, unsigned long value);
+// The process's threads named `name`.
+int threadsNamed(const std::string& name);
+
+}  // namespace hardening
+
+#endif  // QEL_TESTS_HARDENING_STAND_INS_H_
