@@ -27,7 +27,8 @@
  *   the library may hold (neither the C library's time-zone lock nor a stdio stream's, except
  *   standard output's for the console writer) and allocates no memory, except when a log folder
  *   that has gone has to be made again. The other functions must not be called from a
- *   handler.
+ *   handler, the formatted calls (qelLogFormat and its twins) among them: the C library's
+ *   printf family they use is not safe there.
  * - Where the library must not be entered, a call changes nothing and returns at once:
  *   once process exit has begun (the library has closed its writers, the log file with them),
  *   and on a thread that is inside the library already (a signal handler that interrupted a
