@@ -30,6 +30,7 @@ TEST(BufferTest, WaitingRecordsReachTheDiskByTheirDeadlineAndBeforeWarningsForks
             qel::sleepMs(20);
         }
         CHILD_CHECK(onDisk("a", "deadline") == 1);
+        CHILD_CHECK(qelLogConfigFileBuffer(60000) == 0);  // from here only events write out
         qelLogSimplify("buf", QEL_LOG_INFO, "before-warning");
         qelLogSimplify("buf", QEL_LOG_WARNING, "warning");
         CHILD_CHECK(onDisk("a", "before-warning") == 1 && onDisk("a", "warning") == 1);
@@ -37,6 +38,7 @@ TEST(BufferTest, WaitingRecordsReachTheDiskByTheirDeadlineAndBeforeWarningsForks
         const pid_t child = fork();
         if (child == 0) _exit(qelLogSimplify("buf", QEL_LOG_INFO, "in-child"));  // no exit
         CHILD_CHECK(waitpid(child, nullptr, 0) == child && onDisk("a", "in-child") == 1);
+        CHILD_CHECK(onDisk("a", "before-fork") == 1);
         qelLogSimplify("buf", QEL_LOG_INFO, "before-move");
         CHILD_CHECK(qelLogSetFileFolder("b") == 0);
         qelLogSimplify("buf", QEL_LOG_INFO, "before-off");
