@@ -69,7 +69,9 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # Each package has a summary of its own, the first line of its description below; the
-# project's one-line description would otherwise be put in front of all three.
+# project's one-line description would otherwise be put in front of all three. CPack indents
+# the lines after the summary by one space and turns an empty line into " .", so they are
+# written here without either.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 # The packages' modes do not depend on the umask of the checkout or of the build: control
 # files get the modes Debian asks for, and folders 0755 (files get theirs from install()).
@@ -98,40 +100,40 @@ file(COPY packaging/debian/triggers DESTINATION ${PROJECT_BINARY_DIR}/debian
      FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 set(CPACK_DEBIAN_LIB_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/triggers)
 set(CPACK_DEBIAN_LIB_DESCRIPTION "camera-device kit base library: logging, error codes, platform services
- libqel is the shared library that the camera-device kit's other libraries
- and applications link against. It gives them one logging facility (C entry
- points, a process-wide log manager, a console writer and a file writer that
- starts a new file at a size limit and never loses a record), the kit's table
- of error codes with their messages, and thin platform services: threads, a
- recursive critical section, an auto-reset event, files with a byte limit and
- clocks.")
+libqel is the shared library that the camera-device kit's other libraries
+and applications link against. It gives them one logging facility (C entry
+points, a process-wide log manager, a console writer and a file writer that
+starts a new file at a size limit and never loses a record), the kit's table
+of error codes with their messages, and thin platform services: threads, a
+recursive critical section, an auto-reset event, files with a byte limit and
+clocks.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libqel-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DEPENDS lib)
 set(CPACK_DEBIAN_DEV_DESCRIPTION "camera-device kit base library - development files
- libqel is the camera-device kit's base library: logging, error codes and
- platform services.
- .
- This package holds what is needed to build against it: the headers for C
- (C99 and later) and C++ (C++11 and later), the link libqel.so, the CMake
- package qel::qel (find_package(qel)) and the pkg-config module qel.")
+libqel is the camera-device kit's base library: logging, error codes and
+platform services.
+
+This package holds what is needed to build against it: the headers for C
+(C99 and later) and C++ (C++11 and later), the link libqel.so, the CMake
+package qel::qel (find_package(qel)) and the pkg-config module qel.")
 
 set(CPACK_DEBIAN_QELLOG_PACKAGE_NAME qellog)
 set(CPACK_DEBIAN_QELLOG_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_QELLOG_DEPENDS lib)
 set(CPACK_DEBIAN_QELLOG_PACKAGE_SUGGESTS "rsyslog")
 set(CPACK_DEBIAN_QELLOG_DESCRIPTION "write, read, follow and prune the camera-device kit's log files
- qellog logs messages or the lines of its input through libqel into
- size-limited log files, and reads log folders back: cat prints the records
- whole and in order, also as JSON lines, with filters by level, module, time,
- thread and text; follow goes on as the writers add records and keeps its
- place in a state file; stats summarizes a folder; prune deletes the oldest
- files.
- .
- It comes with qellog-ship and a systemd unit that feed a folder's records to
- rsyslog, rsyslog configuration templates for a device and a collector, and
- log formats for lnav.")
+qellog logs messages or the lines of its input through libqel into
+size-limited log files, and reads log folders back: cat prints the records
+whole and in order, also as JSON lines, with filters by level, module, time,
+thread and text; follow goes on as the writers add records and keeps its
+place in a state file; stats summarizes a folder; prune deletes the oldest
+files.
+
+It comes with qellog-ship and a systemd unit that feed a folder's records to
+rsyslog, rsyslog configuration templates for a device and a collector, and
+log formats for lnav.")
 
 set(CPACK_COMPONENTS_ALL lib dev)
 if(TARGET qellog)
