@@ -74,7 +74,8 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # written here without either.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 # The packages' modes do not depend on the umask of the checkout or of the build: control
-# files get the modes Debian asks for, and folders 0755 (files get theirs from install()).
+# files get the modes Debian asks for (the triggers file 0644 also from a checkout made
+# with umask 002), folders 0755, and files the modes install() gives them.
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -95,10 +96,7 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
 set(CPACK_DEBIAN_LIB_PACKAGE_NAME ${QEL_DEB_LIB_PACKAGE})
 set(CPACK_DEBIAN_LIB_PACKAGE_SECTION libs)
-# A copy with the mode 0644, whatever the mode of the checkout's file.
-file(COPY packaging/debian/triggers DESTINATION ${PROJECT_BINARY_DIR}/debian
-     FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
-set(CPACK_DEBIAN_LIB_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/triggers)
+set(CPACK_DEBIAN_LIB_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
 set(CPACK_DEBIAN_LIB_DESCRIPTION "camera-device kit base library: logging, error codes, platform services
 libqel is the shared library that the camera-device kit's other libraries
 and applications link against. It gives them one logging facility (C entry
