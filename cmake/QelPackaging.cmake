@@ -120,7 +120,7 @@ package qel::qel (find_package(qel)) and the pkg-config module qel.")
 set(CPACK_DEBIAN_QELLOG_PACKAGE_NAME qellog)
 set(CPACK_DEBIAN_QELLOG_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_QELLOG_DEPENDS lib)
-set(CPACK_DEBIAN_QELLOG_PACKAGE_SUGGESTS "rsyslog")
+set(CPACK_DEBIAN_QELLOG_PACKAGE_SUGGESTS "rsyslog, rsyslog-gnutls, lnav")
 set(CPACK_DEBIAN_QELLOG_DESCRIPTION "write, read, follow and prune the camera-device kit's log files
 qellog logs messages or the lines of its input through libqel into
 size-limited log files, and reads log folders back: cat prints the records
