@@ -14,6 +14,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 build=${1:-build}
 
+bash .ci/install-missing.sh python3  # compares lnav's records with qellog's
 if ! command -v lnav >/dev/null 2>&1 && ! bash .ci/install-missing.sh lnav; then
     echo "lnav check skipped: the lnav package cannot be installed here"
     exit 0

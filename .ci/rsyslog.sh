@@ -14,7 +14,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 build=${1:-build}
 
-bash .ci/install-missing.sh rsyslog rsyslog-gnutls openssl
+bash .ci/install-missing.sh rsyslog rsyslog-gnutls openssl python3
 cmake --build "$build" -j2 --target qel qellog
 
 work=$(mktemp -d /tmp/qel-rsyslog.XXXXXX)
