@@ -2,11 +2,12 @@
 # The Debian packages end to end, on a build of their own (build-deb, configured for /usr with
 # Debian's hardening flags): checks the library's binary interface against abi/libqel.so.1.abi
 # and its exported names, checks that qellog's manual page renders without a warning, builds
-# libqel1, libqel-dev and qellog, has lintian judge them as packed under the umasks 022 and
-# 002 (the second time only the packing is redone), installs them with dpkg, builds and runs the C and C++ examples against the system paths
-# through find_package and pkg-config, compiles a C99 program with the installed headers, logs
-# a few records with /usr/bin/qellog and reads them back, and purges the packages again, also
-# when a step fails. Exits non-zero on the first failure.
+# libqel1, libqel-dev and qellog, has lintian judge them as packed under the umasks 002 and
+# 022 (the build is done once, only the packing twice), checks the manual page in the qellog
+# package, installs them with dpkg, builds and runs the C and C++ examples against the system
+# paths through find_package and pkg-config, compiles a C99 program with the installed
+# headers, logs a few records with /usr/bin/qellog and reads them back, and purges the
+# packages again, also when a step fails. Exits non-zero on the first failure.
 #   bash .ci/packages.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
