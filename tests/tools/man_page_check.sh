@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The hand-written manual page keeps up with the tool: every option that the help of qellog
-# and of each command shows is documented in it, each command has its section, and its title
-# line names the tool's version.
+# and of each command shows is documented in it, each command has its section, its title
+# line names the tool's version, and (where man is installed) it renders without a warning.
 #   man_page_check.sh QELLOG MAN_PAGE
 set -uo pipefail
 qellog=$1
@@ -33,5 +33,13 @@ version=$("$qellog" --version | sed -n 's/^qellog //p')
 if ! grep -q "^\.TH QELLOG 1 .* \"qel $version\"" "$page"; then
     echo "the manual page's title line does not name version $version"
     failed=1
+fi
+if command -v man >/dev/null 2>&1; then
+    warnings=$(MANWIDTH=80 LC_ALL=C.UTF-8 man --warnings -E UTF-8 -l "$page" 2>&1 >/dev/null)
+    if [ -n "$warnings" ]; then
+        echo "the manual page renders with warnings:"
+        echo "$warnings"
+        failed=1
+    fi
 fi
 exit $failed
