@@ -1,18 +1,20 @@
 #!/usr/bin/env bash
 # The rsyslog pipeline of packaging/rsyslog/ end to end, on the loopback interface only: two
 # rsyslogd (device and collector, each with its own pid file and work folder in a temporary
-# folder), qellog-ship between the log folder and the device, 20,000 records from 4 threads
+# folder) that speak TLS with certificates made here for the run (a CA, the collector and one
+# device), qellog-ship between the log folder and the device, 20,000 records from 4 threads
 # into 64 KiB log files, a stop and restart of the reader in the middle, and a Ctrl-C followed
 # by a SIGTERM to the shipper's whole process group (as an impatient operator or `timeout`
 # sends them) and a restart later on. The collector must
-# hold every record exactly once, whole, with its fields. Stops what it started, by pid.
+# hold every record exactly once, whole, with its fields, and nothing that came in plain TCP.
+# Stops what it started, by pid.
 # Usage: .ci/rsyslog.sh [BUILD_DIR]   (default build; qel and qellog are built there)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=${1:-build}
 
-command -v rsyslogd >/dev/null 2>&1 || bash .ci/install-missing.sh rsyslog
+bash .ci/install-missing.sh rsyslog rsyslog-gnutls openssl python3
 cmake --build "$build" -j2 --target qel qellog
 
 work=$(mktemp -d /tmp/qel-rsyslog.XXXXXX)
@@ -41,17 +43,34 @@ for s in socks:
 PY
 )
 
+# A CA of the run's own, and certificates for the names the templates expect: the collector's
+# and one device's name among those the collector permits.
+mkdir -p "$work/tls"
+certificate() {  # NAME FILE: a certificate for NAME, signed by the CA, in FILE.pem/.key
+    openssl req -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -keyout "$2.key" \
+        -out "$2.csr" -subj "/CN=$1" 2>/dev/null
+    openssl x509 -req -in "$2.csr" -CA "$work/tls/ca.pem" -CAkey "$work/tls/ca.key" \
+        -CAcreateserial -days 2 -out "$2.pem" 2>/dev/null \
+        -extfile <(printf 'subjectAltName=DNS:%s\nextendedKeyUsage=serverAuth,clientAuth\n' "$1")
+}
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 2 \
+    -keyout "$work/tls/ca.key" -out "$work/tls/ca.pem" -subj "/CN=qellog test CA" \
+    -addext basicConstraints=critical,CA:TRUE -addext keyUsage=critical,keyCertSign 2>/dev/null
+certificate collector.example.net "$work/tls/collector"
+certificate cam-01.cameras.example.net "$work/tls/device"
+
 mkdir -p "$work/device-spool" "$work/collector-spool" "$work/out" "$work/logs"
-sed -e "s|/var/spool/rsyslog|$work/device-spool|" \
+sed -e "s|/var/spool/rsyslog|$work/device-spool|" -e "s|/etc/qellog/tls|$work/tls|" \
     -e "s|port=\"5140\"|port=\"$device_port\"|" \
     -e "s|target=\"collector.example.net\" port=\"6514\"|target=\"127.0.0.1\" port=\"$collector_port\"|" \
     -e "s|/var/log/qellog-unparsed.log|$work/out/device-unparsed.log|" \
     packaging/rsyslog/qellog-device.conf > "$work/device.conf"
-sed -e "s|/var/spool/rsyslog|$work/collector-spool|" \
+sed -e "s|/var/spool/rsyslog|$work/collector-spool|" -e "s|/etc/qellog/tls|$work/tls|" \
     -e "s|address=\"0.0.0.0\" port=\"6514\"|address=\"127.0.0.1\" port=\"$collector_port\"|" \
     -e "s|/var/log/qellog|$work/out|g" \
     packaging/rsyslog/qellog-collector.conf > "$work/collector.conf"
 grep -q "$device_port" "$work/device.conf" && grep -q "$collector_port" "$work/collector.conf"
+grep -q "$work/tls/ca.pem" "$work/device.conf" && grep -q "$work/tls/ca.pem" "$work/collector.conf"
 
 for side in collector device; do
     rsyslogd -N1 -f "$work/$side.conf" >/dev/null
@@ -64,6 +83,10 @@ for _ in $(seq 100); do
     sleep 0.1
 done
 port_open "$device_port" && port_open "$collector_port"
+
+# A record sent to the collector in plain TCP must not get in.
+plain='<14>1 2026-11-25T00:00:00Z plainhost qellog - - - {"module":"plain","text":"plain TCP"}'
+printf '%d %s' "${#plain}" "$plain" > "/dev/tcp/127.0.0.1/$collector_port" || true
 
 g++ -std=c++17 -O1 -I include .ci/rsyslog_writer.cpp -o "$work/writer" \
     -L "$build" -lqel -Wl,-rpath,"$root/$build" -pthread
@@ -79,7 +102,7 @@ ship
 "$work/writer" "$work/logs" &
 writer_pid=$!
 pids+=("$writer_pid")
-collected() { cat "$work"/out/*.json 2>/dev/null | wc -l; }
+collected() { cat "$work"/out/*.json 2>/dev/null | wc -l || true; }
 for _ in $(seq 400); do
     [ "$(ls "$work/logs" | wc -l)" -ge 60 ] && break
     sleep 0.01
@@ -127,6 +150,8 @@ problems = []
 lines = [l for f in sorted(glob.glob(work + "/out/*.json")) for l in open(f, encoding="utf-8")]
 for line in lines:
     o = json.loads(line)
+    if o.get("module") == "plain":
+        continue  # reported below
     key = (o["module"], o["text"].split(" ", 1)[0])
     seen[key] = seen.get(key, 0) + 1
     thread, index = (int(x) for x in o["text"].split(" ", 1)[0][1:].split("-"))
@@ -145,6 +170,9 @@ for k in sorted(missing)[:5]: print("missing", k)
 for k in twice[:5]: print("twice", k)
 sys.exit(1 if problems or missing or twice or set(seen) - expected else 0)
 PY
+if grep -rl "plain TCP" "$work/out"; then
+    echo "the collector took a record sent in plain TCP"; exit 1
+fi
 if [ -s "$work/out/device-unparsed.log" ] || [ -s "$work/out/unparsed.log" ]; then
     echo "rsyslog could not parse some messages"; exit 1
 fi

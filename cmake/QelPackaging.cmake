@@ -2,8 +2,9 @@
 # Debian packages, made with CPack from the install components:
 #   libqel1     component lib     the shared library (libqel.so.1 and its file), with shlibs
 #   libqel-dev  component dev     headers, libqel.so, the CMake package and qel.pc
-#   qellog      component qellog  the tool, qellog-ship, the rsyslog configurations, the
-#                                 systemd unit and the operations guide
+#   qellog      component qellog  the tool and its manual page, qellog-ship, the rsyslog
+#                                 templates, the systemd unit, the lnav formats and the
+#                                 operations guide
 # Configure with the system prefix, then build the target `package`:
 #   cmake -S . -B build-deb -G Ninja -DCMAKE_INSTALL_PREFIX=/usr -DQEL_BUILD_TESTS=OFF
 #   cmake --build build-deb -j2 --target package
@@ -27,22 +28,19 @@ if(TARGET qellog)
             DESTINATION ${CMAKE_INSTALL_DATADIR}/qellog/rsyslog COMPONENT qellog)
     install(FILES docs/operations.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qellog
             COMPONENT qellog)
-    # The manual page is made from the tool's own --help and --version when it is installed,
-    # so it never drifts from them; without help2man there is none.
-    find_program(QEL_HELP2MAN help2man)
-    find_program(QEL_GZIP gzip)
-    if(QEL_HELP2MAN AND QEL_GZIP)
-        set(QEL_MAN_PAGE ${PROJECT_BINARY_DIR}/man/qellog.1)
-        install(CODE "
-            file(MAKE_DIRECTORY \"${PROJECT_BINARY_DIR}/man\")
-            execute_process(COMMAND \"${QEL_HELP2MAN}\" --no-info --no-discard-stderr
-                                    \"--name=log lines into size-limited files and read log folders back\"
-                                    --output \"${QEL_MAN_PAGE}\" \"$<TARGET_FILE:qellog>\"
-                            COMMAND_ERROR_IS_FATAL ANY)
-            execute_process(COMMAND \"${QEL_GZIP}\" -9nf \"${QEL_MAN_PAGE}\" COMMAND_ERROR_IS_FATAL ANY)"
-            COMPONENT qellog)
-        install(FILES ${QEL_MAN_PAGE}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT qellog)
-    endif()
+    # The manual page is written by hand and kept beside the other packaging files; it is
+    # installed compressed, as the system's manual pages are. gzip is required, so a build
+    # never goes without the page unnoticed.
+    find_program(QEL_GZIP gzip REQUIRED)
+    set(QEL_MAN_PAGE ${PROJECT_BINARY_DIR}/man/qellog.1)
+    add_custom_command(OUTPUT ${QEL_MAN_PAGE}.gz
+        COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/packaging/man/qellog.1
+                ${QEL_MAN_PAGE}
+        COMMAND ${QEL_GZIP} -9nf ${QEL_MAN_PAGE}
+        DEPENDS ${PROJECT_SOURCE_DIR}/packaging/man/qellog.1
+        COMMENT "Compressing the manual page qellog.1" VERBATIM)
+    add_custom_target(qellog-man ALL DEPENDS ${QEL_MAN_PAGE}.gz)
+    install(FILES ${QEL_MAN_PAGE}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT qellog)
 endif()
 
 # Every package carries its copyright and changelog in /usr/share/doc/<package>/. They are
@@ -70,6 +68,17 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+# Each package has a summary of its own, the first line of its description below; the
+# project's one-line description would otherwise be put in front of all three. CPack indents
+# the lines after the summary by one space and turns an empty line into " .", so they are
+# written here without either.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+# The packages' modes do not depend on the umask of the checkout or of the build: control
+# files get the modes Debian asks for (the triggers file 0644 also from a checkout made
+# with umask 002), folders 0755, and files the modes install() gives them.
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 # The packages hold stripped files; the build tree keeps the debug information (the ABI check
 # reads it there).
@@ -88,28 +97,41 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_LIB_PACKAGE_NAME ${QEL_DEB_LIB_PACKAGE})
 set(CPACK_DEBIAN_LIB_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_LIB_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
-set(CPACK_DEBIAN_LIB_DESCRIPTION "base library of the camera-device kit
- libqel is the shared library that the kit's other libraries and applications
- link against: one logging facility with a console writer and a size-rotating
- file writer, the kit's table of error codes, and thin platform services
- (threads, a recursive critical section, an event, files, clocks).")
+set(CPACK_DEBIAN_LIB_DESCRIPTION "camera-device kit base library: logging, error codes, platform services
+libqel is the shared library that the camera-device kit's other libraries
+and applications link against. It gives them one logging facility (C entry
+points, a process-wide log manager, a console writer and a file writer that
+starts a new file at a size limit and never loses a record), the kit's table
+of error codes with their messages, and thin platform services: threads, a
+recursive critical section, an auto-reset event, files with a byte limit and
+clocks.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libqel-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DEPENDS lib)
-set(CPACK_DEBIAN_DEV_DESCRIPTION "base library of the camera-device kit - development files
- The headers of libqel for C (C99 and later) and C++ (C++11 and later), the
- link libqel.so, the CMake package qel::qel and the pkg-config file qel.pc.")
+set(CPACK_DEBIAN_DEV_DESCRIPTION "camera-device kit base library - development files
+libqel is the camera-device kit's base library: logging, error codes and
+platform services.
+
+This package holds what is needed to build against it: the headers for C
+(C99 and later) and C++ (C++11 and later), the link libqel.so, the CMake
+package qel::qel (find_package(qel)) and the pkg-config module qel.")
 
 set(CPACK_DEBIAN_QELLOG_PACKAGE_NAME qellog)
 set(CPACK_DEBIAN_QELLOG_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_QELLOG_DEPENDS lib)
-set(CPACK_DEBIAN_QELLOG_PACKAGE_SUGGESTS "rsyslog")
-set(CPACK_DEBIAN_QELLOG_DESCRIPTION "log tool of the camera-device kit
- qellog writes lines or messages into the kit's log files and reads log
- folders back in order (cat, follow with a state file, prune). It comes with
- qellog-ship and a systemd unit that feed a folder's records to rsyslog, and
- rsyslog configuration templates for a device and a collector.")
+set(CPACK_DEBIAN_QELLOG_PACKAGE_SUGGESTS "rsyslog, rsyslog-gnutls, lnav")
+set(CPACK_DEBIAN_QELLOG_DESCRIPTION "write, read, follow and prune the camera-device kit's log files
+qellog logs messages or the lines of its input through libqel into
+size-limited log files, and reads log folders back: cat prints the records
+whole and in order, also as JSON lines, with filters by level, module, time,
+thread and text; follow goes on as the writers add records and keeps its
+place in a state file; stats summarizes a folder; prune deletes the oldest
+files.
+
+It comes with qellog-ship and a systemd unit that feed a folder's records to
+rsyslog, rsyslog configuration templates for a device and a collector, and
+log formats for lnav.")
 
 set(CPACK_COMPONENTS_ALL lib dev)
 if(TARGET qellog)
