@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -62,6 +63,11 @@ std::string ownIdentity() {
 
 std::string nameOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
+}
+
+// The bytes of two runs of a program differ in the thread ids, which are the process ids.
+std::string withoutThreadIds(const std::string& bytes) {
+    return std::regex_replace(bytes, std::regex(" [0-9]+\\]"), " tid]");
 }
 
 // Runs the built qellog with `arguments`, standard input from `input`, output discarded, and
@@ -145,4 +151,87 @@ TEST(FileFactsTest, EveryFileNamesItsWriterNumberSplitAndZone) {
         EXPECT_CHILD_OK(result);
         removeTree(root);
     }
+}
+
+// Facts refused: "not supported" is tried once per folder, any other refusal on every file; no
+// record is lost or delayed for a fact, and a folder that takes them gets them again.
+TEST(FileFactsTest, RefusedFactsCostNoRecordAndAreTriedAgainInANewFolder) {
+    auto result = runChild([] {
+        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogSetMaxSize(200) == 0);
+        size_t files = 0;
+        const auto logInto = [&](const char* folder, int refusal) {
+            g_factsRefusal = refusal;
+            g_factsAttempts = 0;
+            qelLogSetFileFolder(folder);
+            for (int i = 0; i < 20; ++i) {
+                qelLogSimplify("refused", QEL_LOG_INFO, ("rec-" + std::to_string(i)).c_str());
+            }
+            files = logFiles(folder).size();
+            const std::string bytes = concatenatedLogs(folder);
+            bool whole = files > 3;
+            for (int i = 0; i < 20; ++i) {
+                whole = whole && countOf(bytes, "]rec-" + std::to_string(i) + "\n\n") == 1;
+            }
+            return whole;
+        };
+        CHILD_CHECK(logInto("unsupported", ENOTSUP) && g_factsAttempts == 1);
+        CHILD_CHECK(logInto("unsupported-too", ENOTSUP) && g_factsAttempts == 1);
+        CHILD_CHECK(logInto("full", ENOSPC) && g_factsAttempts == static_cast<int>(files));
+        CHILD_CHECK(logInto("fine", 0) && g_factsAttempts >= static_cast<int>(3 * files));
+        for (const char* folder : {"unsupported", "unsupported-too", "full"}) {
+            for (const std::string& file : logFiles(folder)) CHILD_CHECK(factsOf(file).empty());
+        }
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
+}
+
+// The autumn change in Europe/Berlin under a steered clock (02:59:57 CEST, a quarter second
+// more at each reading): the file current across the change gets a second zone line at the
+// first record stamped in CET, files opened after it only the CET line, and the bytes and names
+// are those written on a file system without extended attributes.
+TEST(FileFactsTest, DaylightSavingChangeAddsAZoneLineAndChangesNoByte) {
+    auto result = runChild([] {
+        constexpr long long kChange = 1792890000;  // 2026-10-25 01:00:00 UTC
+        std::string input;
+        for (int i = 0; i < 30; ++i) input += "line " + std::to_string(i) + "\n";
+        writeFile("input", input);
+        for (const char* folder : {"with", "without"}) {
+            std::vector<std::string> environment = {
+                "TZ=Europe/Berlin", "QELTEST_CLOCK_START=" + std::to_string(kChange - 3),
+                "QELTEST_CLOCK_STEP_MS=250"};
+            if (std::string(folder) == "without") environment.push_back("QELTEST_NO_XATTR=1");
+            CHILD_CHECK(runTool({"-d", folder, "--no-console", "-s", "300"}, "input",
+                                environment) == 0);
+        }
+        const std::vector<std::string> with = logFiles("with"), without = logFiles("without");
+        CHILD_CHECK(with.size() == without.size() && with.size() > 3);
+        int across = 0, before = 0, after = 0;
+        for (size_t i = 0; i < with.size(); ++i) {
+            CHILD_CHECK(nameOf(with[i]) == nameOf(without[i]));
+            CHILD_CHECK(withoutThreadIds(readFile(with[i])) == withoutThreadIds(readFile(without[i])));
+            CHILD_CHECK(factsOf(without[i]).empty());
+            const std::string zone = factsOf(with[i]).at("zone");
+            long long opened = 0, changed = 0;
+            char first[8] = {}, second[8] = {};
+            const int fields = sscanf(zone.c_str(), "%lld 7200 %7s %lld 3600 %7s", &opened, first,
+                                      &changed, second);
+            if (fields == 4) {
+                ++across;
+                CHILD_CHECK(opened < kChange && changed == kChange &&
+                            std::string(first) == "CEST" && std::string(second) == "CET");
+                CHILD_CHECK(countOf(readFile(with[i]), " 02:59:5") > 0);
+            } else if (fields == 2) {
+                ++before;
+                CHILD_CHECK(opened < kChange && std::string(first) == "CEST");
+            } else {
+                ++after;
+                CHILD_CHECK(sscanf(zone.c_str(), "%lld 3600 CET", &opened) == 1 &&
+                            opened >= kChange && zone.back() == '\n' && countOf(zone, "\n") == 1);
+            }
+        }
+        CHILD_CHECK(across == 1 && after > 0);
+        return 0;
+    });
+    EXPECT_CHILD_OK(result);
 }
