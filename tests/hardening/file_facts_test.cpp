@@ -235,3 +235,78 @@ TEST(FileFactsTest, DaylightSavingChangeAddsAZoneLineAndChangesNoByte) {
     });
     EXPECT_CHILD_OK(result);
 }
+
+// qellog prune in a loop against three writers of one folder that make a file every few records,
+// each taking its shared lock late (so that prune often finds a file between its creation and
+// its lock): prune removes no file that a writer then writes (what prune removed is kept, and
+// none grew after its removal), and the files left with those removed hold every record of each
+// writer once, in order. Several runs.
+TEST(FileFactsTest, PruneInALoopNeverTakesALiveFile) {
+    if (!xattrsWork(TempDir().path())) GTEST_SKIP() << "no user extended attributes in /tmp";
+    auto result = runChild([] {
+        constexpr int kWriters = 3, kRecords = 300;
+        g_sharedLockDelayUs = 2000;
+        for (int run = 0; run < 3; ++run) {
+            const std::string logs = "logs" + std::to_string(run);
+            const std::string archive = std::filesystem::absolute("removed" + std::to_string(run));
+            CHILD_CHECK(mkdir(logs.c_str(), 0755) == 0 && mkdir(archive.c_str(), 0755) == 0);
+            std::vector<pid_t> writers;
+            for (int w = 0; w < kWriters; ++w) {
+                const pid_t writer = fork();
+                if (writer == 0) {
+                    qelLogConfigConsoleWriter(false);
+                    qelLogSetMaxSize(256);
+                    qelLogSetFileFolder(logs.c_str());
+                    for (int n = 0; n < kRecords; ++n) {
+                        const std::string text = "seq-" + std::to_string(n);
+                        qelLogSimplify(("w" + std::to_string(w)).c_str(), QEL_LOG_INFO, text.c_str());
+                    }
+                    _exit(0);
+                }
+                writers.push_back(writer);
+            }
+            int running = kWriters, prunes = 0;
+            while (running > 0 || prunes == 0) {
+                CHILD_CHECK(runTool({"prune", logs, "--keep", "2"}, "/dev/null",
+                                    {"QELTEST_ARCHIVE=" + archive}) == 0);
+                ++prunes;
+                running -= waitpid(-1, nullptr, WNOHANG) > 0;
+            }
+            std::istringstream removed(readFile(archive + "/removed"));
+            std::string name;
+            off_t size = 0;
+            std::map<std::string, std::string> bytes;  // each writer's files, one after another
+            std::vector<std::string> files = logFiles(logs);
+            while (removed >> name >> size) {
+                struct stat status;
+                CHILD_CHECK(stat((archive + "/" + name).c_str(), &status) == 0);
+                CHILD_CHECK(status.st_size == size);  // nothing written after its removal
+                files.push_back(archive + "/" + name);
+            }
+            // Each writer's files in the order of their numbers (the names of a writer's files
+            // sort by time only with the milliseconds padded).
+            std::map<std::string, std::string> ordered;
+            for (const std::string& file : files) {
+                const std::string content = readFile(file);
+                const size_t header = content.find("[w");
+                const auto facts = factsOf(file);
+                if (header == std::string::npos) continue;  // empty: never locked, or taken
+                CHILD_CHECK(facts.count("number") == 1);
+                const std::string number = facts.at("number");
+                ordered[content.substr(header, 3) + std::string(10 - number.size(), '0') +
+                        number] = content;
+            }
+            for (const auto& file : ordered) bytes[file.first.substr(0, 3)] += file.second;
+            for (int w = 0; w < kWriters; ++w) {
+                const std::string& own = bytes["[w" + std::to_string(w)];
+                size_t at = 0;
+                for (int n = 0; n < kRecords; ++n) {
+                    const std::string record = "]seq-" + std::to_string(n) + "\n\n";
+                    CHILD_CHECK(countOf(own, record) == 1 && (at = own.find(record, at)) != own.npos);
+                }
+            }
+        }
+        return 0;
+    }, 240);
+    EXPECT_CHILD_OK(result);
+}
