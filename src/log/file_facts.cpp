@@ -123,6 +123,7 @@ FileFacts::FileFacts()
       m_zoneLength(0),
       m_zoneLines(0),
       m_lastOffset(0),
+      m_zoneVersion(0),
       m_reading{0, 0, 0} {
     m_bootId[0] = '\0';
     m_identity[0] = '\0';
@@ -191,6 +192,7 @@ void FileFacts::recordNewFile(int descriptor, const char* continues) {
     m_descriptor = descriptor;
     char number[24];
     const size_t numberLength = static_cast<size_t>(putDecimal(number, m_number) - number);
+    m_zoneVersion = zoneCacheVersion();  // taken first: a change meanwhile shows at the next record
     struct timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
     const int64_t offset = localOffset(now.tv_sec);
@@ -203,26 +205,30 @@ void FileFacts::recordNewFile(int descriptor, const char* continues) {
 }
 
 void FileFacts::noteRecord(const char* timeOfDay) {
-    if (m_descriptor < 0 || m_zoneLines >= kMaxZoneLines) {
+    // Until the zone cache stores a new reading, every record is stamped under a cached offset
+    // that the last line already shows: one load per record.
+    const uint32_t version = zoneCacheVersion();
+    if (m_descriptor < 0 || m_zoneLines >= kMaxZoneLines || version == m_zoneVersion) {
         return;
     }
     struct timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
     const int64_t offset = localOffset(now.tv_sec);
-    if (offset == m_lastOffset) {
-        return;
+    if (offset != m_lastOffset) {
+        // Stamped just before the change but written after it, a record still belongs to the
+        // last line: the offset under which its time of day was made is the one that makes it
+        // younger. The next record is looked at again.
+        const int64_t stamp = millisOfDay(timeOfDay);
+        const int64_t nowMillis = static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+        if (stamp >= 0 &&
+            ageUnder(m_lastOffset, nowMillis, stamp) < ageUnder(offset, nowMillis, stamp)) {
+            return;
+        }
+        if (appendZoneLine(now.tv_sec, offset)) {
+            set("user.qel.zone", m_zone, m_zoneLength);
+        }
     }
-    // Stamped just before the change but written after it, a record still belongs to the last
-    // line: the offset under which its time of day was made is the one that makes it younger.
-    const int64_t stamp = millisOfDay(timeOfDay);
-    const int64_t nowMillis = static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-    if (stamp >= 0 &&
-        ageUnder(m_lastOffset, nowMillis, stamp) < ageUnder(offset, nowMillis, stamp)) {
-        return;
-    }
-    if (appendZoneLine(now.tv_sec, offset)) {
-        set("user.qel.zone", m_zone, m_zoneLength);
-    }
+    m_zoneVersion = version;
 }
 
 bool FileFacts::appendZoneLine(int64_t utcSeconds, int64_t offset) {

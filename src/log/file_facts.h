@@ -28,8 +28,8 @@ namespace qel {
 //                       record is stamped under another offset than the last line's, up to
 //                       kMaxZoneLines lines.
 //
-// A fact costs a few system calls per file and nothing per record but a look at the cached
-// offset. Where the file system refuses a fact, the file has no more facts (a reader treats a
+// A fact costs a few system calls per file and nothing per record but one load of the zone
+// cache's version. Where the file system refuses a fact, the file has no more facts (a reader treats a
 // file with a writer but without the others as a file without facts) and the writer goes on;
 // after "not supported" no fact is tried again until the folder changes.
 //
@@ -81,6 +81,7 @@ private:
     size_t m_zoneLength;
     int m_zoneLines;
     int64_t m_lastOffset;      // the offset of the last zone line
+    uint32_t m_zoneVersion;    // zoneCacheVersion() when the offset was last compared
     ZoneOffset m_reading;      // the last reading with an abbreviation
     char m_abbreviation[kAbbreviationSize];
 };

@@ -523,6 +523,8 @@ public:
         m_storing.clear();
     }
 
+    uint32_t version() const { return m_sequence.load(); }
+
 private:
     static void forgetStoreInChild();
 
@@ -588,6 +590,10 @@ int64_t localOffset(int64_t utcSeconds) {
     const ZoneOffset found = readZoneOffset(utcSeconds);
     g_sharedOffset.store(zone, found);
     return found.utcOffset;
+}
+
+uint32_t zoneCacheVersion() {
+    return g_sharedOffset.version();
 }
 
 int64_t daysFromCivil(int64_t year, int month, int day) {

@@ -29,6 +29,12 @@ constexpr int kAbbreviationSize = 16;
 // offsets), so that the local time follows the zone as the C library's conversion does.
 int64_t localOffset(int64_t utcSeconds);
 
+// A number that changes whenever localOffset() stores a new reading in its cache: at the end of
+// an offset's span (a change to or from daylight saving time, a clock step past the span) and at
+// a change of the host's zone. While it stays the same, every stamp made since has used an
+// offset that was cached before. One atomic load; safe in a signal handler.
+uint32_t zoneCacheVersion();
+
 // The reading behind localOffset(), without the cache: the zone's file or rule, read now.
 // With `abbreviation` (kAbbreviationSize bytes) also the zone's abbreviation of that offset,
 // terminated, empty where the zone names none. Safe in a signal handler, as localOffset().
