@@ -8,6 +8,8 @@
 
 #include <cstring>
 
+#include "platform/decimal_text.h"
+
 namespace qel {
 
 namespace {
@@ -33,31 +35,6 @@ size_t readSmallFile(const char* path, char* out, size_t capacity) {
     }
     close(descriptor);
     return length;
-}
-
-// Writes `value` in decimal, a '-' before a negative one, to `out`; returns the end.
-char* putDecimal(char* out, int64_t value) {
-    uint64_t magnitude = static_cast<uint64_t>(value);
-    if (value < 0) {
-        *out++ = '-';
-        magnitude = 0 - magnitude;
-    }
-    char digits[20];
-    int count = 0;
-    do {
-        digits[count++] = static_cast<char>('0' + magnitude % 10);
-        magnitude /= 10;
-    } while (magnitude != 0);
-    while (count > 0) {
-        *out++ = digits[--count];
-    }
-    return out;
-}
-
-char* putTwoDigits(char* out, int64_t value) {
-    *out++ = static_cast<char>('0' + value / 10 % 10);
-    *out++ = static_cast<char>('0' + value % 10);
-    return out;
 }
 
 // An abbreviation that the attribute's line can carry: letters, digits and signs only.
