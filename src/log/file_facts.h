@@ -55,9 +55,12 @@ public:
     // as in the line): adds a zone line when it was stamped under another offset than the last
     // line's.
     void noteRecord(const char* timeOfDay);
-    // In a child made by fork, from the fork handler: the child's next file names the child's
-    // own identity. Async-signal-safe.
-    void forgetInChild() { m_identityLength = 0; }
+    // In a child made by fork, from the fork handler: the parent's file is not the child's, and
+    // the child's next file names the child's own identity. Async-signal-safe.
+    void forgetInChild() {
+        m_descriptor = -1;
+        m_identityLength = 0;
+    }
 
 private:
     // Reads the boot id (once) and this process's identity; false when /proc cannot tell.

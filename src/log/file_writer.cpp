@@ -272,7 +272,6 @@ void FileWriter::continueInChild() {
     // Parent and child must never share one file's byte count, nor write into one file.
     m_watch.forgetInChild();
     m_facts.forgetInChild();
-    m_facts.fileClosed();
     m_flusher.forgetInChild();
     m_maxDelayMs = 0;
     m_file.forgetInChild();  // the child's next record starts a new file
