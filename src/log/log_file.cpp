@@ -20,12 +20,13 @@ constexpr int kLockAttempts = 3;
 // leads to it. A tool that removes old log files takes an exclusive lock without waiting and
 // removes a file only while it holds that lock and the name leads to the file it locked; one
 // that came between the creation and this lock has removed the file or is about to. Then the
-// file must not be written: false. A file system without such locks gives no protection.
+// file must not be written: false. A file system without such locks gives no more protection
+// than that check.
 bool lockAtName(int descriptor, const char* path) {
     int attempt = 0;
     while (flock(descriptor, LOCK_SH | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) {
-            return true;
+            break;  // no such locks here: the name is still checked
         }
         if (++attempt == kLockAttempts) {
             return false;
@@ -33,9 +34,9 @@ bool lockAtName(int descriptor, const char* path) {
         const struct timespec pause = {0, 1000 * 1000};
         nanosleep(&pause, nullptr);
     }
-    struct stat open, named;
-    return fstat(descriptor, &open) == 0 && lstat(path, &named) == 0 &&
-           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+    struct stat created, named;
+    return fstat(descriptor, &created) == 0 && lstat(path, &named) == 0 &&
+           created.st_dev == named.st_dev && created.st_ino == named.st_ino;
 }
 
 }  // namespace
