@@ -2,8 +2,8 @@
 // QELTEST_CLOCK_START=S QELTEST_CLOCK_STEP_MS=M: each gettimeofday() gives S seconds since the
 //   epoch plus M milliseconds more than the one before; clock_gettime(CLOCK_REALTIME) gives the
 //   last of them. QELTEST_NO_XATTR: fsetxattr() fails with ENOTSUP.
-// QELTEST_ARCHIVE=DIR: unlink() of a log file links it to DIR/NAME.N first and appends
-//   "NAME.N SIZE\n" to DIR/removed, SIZE its size when removed.
+// QELTEST_ARCHIVE=DIR: unlink() of a log file NAME first links it to DIR/N.SIZE.NAME, N
+//   counting the removals, SIZE its size when removed.
 
 #include <errno.h>
 #include <fcntl.h>
@@ -54,15 +54,10 @@ extern "C" int unlink(const char* path) {
     const char* name = strrchr(path, '/') ? strrchr(path, '/') + 1 : path;
     struct stat status;
     if (archive && strncmp(name, "QelLog", 6) == 0 && lstat(path, &status) == 0) {
-        char kept[4096], list[4096], line[512];
-        const int number = removals++;
-        snprintf(kept, sizeof(kept), "%s/%s.%d", archive, name, number);
-        snprintf(list, sizeof(list), "%s/removed", archive);
-        const int length = snprintf(line, sizeof(line), "%s.%d %lld\n", name, number,
-                                    static_cast<long long>(status.st_size));
-        const int listed = open(list, O_WRONLY | O_CREAT | O_APPEND, 0644);
-        if (link(path, kept) != 0 || write(listed, line, length) != length) abort();
-        close(listed);
+        char kept[4096];
+        snprintf(kept, sizeof(kept), "%s/%d.%lld.%s", archive, removals++,
+                 static_cast<long long>(status.st_size), name);
+        if (link(path, kept) != 0) abort();
     }
     return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
 }
