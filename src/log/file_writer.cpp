@@ -31,6 +31,8 @@ constexpr uint64_t kLongestRetryPauseUs = 10 * 1000 * 1000;
 
 constexpr uint32_t kDefaultMaxFileSize = 10485760;
 
+static_assert(FileWriter::kBufferCapacity <= UINT16_MAX, "record ends must fit 16 bits");
+
 // Taken by anything, a symbolic link included, whether or not it leads anywhere.
 bool nameTaken(const char* path) {
     struct stat status;
@@ -43,12 +45,14 @@ FileWriter::FileWriter(void (*flush)(void*), void* context)
     : m_folder(QelLogFileStream::kWorkingFolder),
       m_maxFileSize(kDefaultMaxFileSize),
       m_maxDelayMs(0),
+      m_recordCount(0),
       m_flusher(flush, context),
       m_newFileNeeded(false),
       m_countedBytes(0),
       m_retryPauseUs(0),
       m_nextRetryUs(0) {
     m_name[0] = '\0';
+    m_previous[0] = '\0';
 }
 
 FileWriter::~FileWriter() = default;
@@ -78,7 +82,7 @@ int FileWriter::openFile() {
     m_nextRetryUs = 0;
     m_file.close();
     QelLog::createLogDirectory(m_folder);  // a failure shows when the file is created
-    return createFile();
+    return createFile(nullptr);
 }
 
 // Names have a resolution of one millisecond, and a small limit can make one record switch
@@ -87,9 +91,11 @@ int FileWriter::openFile() {
 // the name format and the creation order of the names intact. The look for a free name and
 // the creation are two steps: another process logging into the same folder, or someone
 // planting a file, may take the name in between; the exclusive creation notices, and the
-// writer goes on to the next free name.
-int FileWriter::createFile() {
+// writer goes on to the next free name. A file that a remover took before the writer held its
+// lock is never written: the writer creates one anew.
+int FileWriter::createFile(const char* continues) {
     m_watch.stop();
+    m_facts.fileClosed();
     m_newFileNeeded = false;
     m_countedBytes = 0;
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
@@ -102,9 +108,10 @@ int FileWriter::createFile() {
         }
         const int error = m_file.create(m_name);
         if (error == 0) {
+            m_facts.recordNewFile(m_file.descriptor(), continues);
             m_watch.watch(m_file.descriptor(), m_file.path());
         }
-        if (error != EEXIST) {
+        if (error != EEXIST && error != EAGAIN) {
             return error;
         }
         sleepMs(1);
@@ -115,7 +122,8 @@ int FileWriter::createFile() {
 void FileWriter::closeFile() {
     m_file.close();
     m_watch.stop();
-    m_folder = QelLogFileStream::kWorkingFolder;
+    m_facts.fileClosed();
+    setFolder(QelLogFileStream::kWorkingFolder);
 }
 
 void FileWriter::closeAll() {
@@ -123,15 +131,24 @@ void FileWriter::closeAll() {
     m_watch.release();
 }
 
-bool FileWriter::reopen() {
+bool FileWriter::reopen(bool continues) {
+    const char* previous = nullptr;
+    if (continues) {
+        const char* slash = strrchr(m_file.path(), '/');
+        const char* name = slash != nullptr ? slash + 1 : m_file.path();
+        const size_t length = std::min(strlen(name), sizeof(m_previous) - 1);
+        memcpy(m_previous, name, length);
+        m_previous[length] = '\0';
+        previous = m_previous;
+    }
     m_file.close();
     // The folder is made only when it is missing; one removed between the creation of its
     // levels and of the file is made again.
-    int error = createFile();
+    int error = createFile(previous);
     for (int attempt = 0; attempt < kReopenAttempts && (error == ENOENT || error == ENOTDIR);
          ++attempt) {
         QelLog::createLogDirectory(m_folder);  // a failure shows when the file is created
-        error = createFile();
+        error = createFile(previous);
     }
     if (error == 0) {
         m_retryPauseUs = 0;
@@ -161,26 +178,30 @@ bool FileWriter::fileReady() {
     if (!m_file.isOpen()) {
         // A reopen failed (the folder removed while it was made, descriptors used up): the
         // writer stays on and tries again once the pause has passed.
-        return timeMicros() >= m_nextRetryUs && reopen();
+        return timeMicros() >= m_nextRetryUs && reopen(false);
     }
     if (m_newFileNeeded || m_watch.replaced()) {
-        return reopen();
+        return reopen(false);
     }
     return true;
 }
 
-void FileWriter::take(bool urgent) {
+void FileWriter::take(bool urgent, const char* timeOfDay) {
     if (m_maxDelayMs == 0) {
         if (fileReady()) {
+            m_facts.noteRecord(timeOfDay);
             writeAcrossFiles(m_line.data(), m_line.size());
         }
         return;
     }
-    if (m_buffer.size() + m_line.size() > kBufferCapacity) {
+    if (m_buffer.size() + m_line.size() > kBufferCapacity ||
+        m_recordCount == kMaxBufferedRecords) {
         writeOut();  // the buffer never holds part of a record
     }
+    m_facts.noteRecord(timeOfDay);
     const bool firstWaiting = m_buffer.empty();
     m_buffer += m_line;
+    m_recordEnds[m_recordCount++] = static_cast<uint16_t>(m_buffer.size());
     // A record that reaches the limit is written at once with its rest, so that a full file
     // never waits for the start of the next.
     const bool fillsFile =
@@ -201,10 +222,24 @@ void FileWriter::writeOut() {
         writeAcrossFiles(m_buffer.data(), m_buffer.size());
     }
     m_buffer.clear();
+    m_recordCount = 0;
+}
+
+bool FileWriter::endsRecord(size_t written) const {
+    if (written == 0) {
+        return true;
+    }
+    for (size_t i = 0; i < m_recordCount; ++i) {
+        if (m_recordEnds[i] == written) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // A write that does not fit fills the current file to its limit and goes on in new files.
 void FileWriter::writeAcrossFiles(const char* data, size_t size) {
+    const char* const start = data;
     for (bool freshFile = false; size > 0; freshFile = true) {
         size_t part = size;
         if (m_maxFileSize != 0) {
@@ -227,7 +262,7 @@ void FileWriter::writeAcrossFiles(const char* data, size_t size) {
         }
         data += written;
         size -= written;
-        if (size > 0 && !reopen()) {
+        if (size > 0 && !reopen(!endsRecord(static_cast<size_t>(data - start)))) {
             return;
         }
     }
@@ -236,6 +271,7 @@ void FileWriter::writeAcrossFiles(const char* data, size_t size) {
 void FileWriter::continueInChild() {
     // Parent and child must never share one file's byte count, nor write into one file.
     m_watch.forgetInChild();
+    m_facts.forgetInChild();
     m_flusher.forgetInChild();
     m_maxDelayMs = 0;
     m_file.forgetInChild();  // the child's next record starts a new file

@@ -6,6 +6,7 @@
 
 #include "log/buffer_flusher.h"
 #include "log/current_file_watch.h"
+#include "log/file_facts.h"
 #include "log/log_file.h"
 
 namespace qel {
@@ -25,6 +26,10 @@ namespace qel {
 // current-file check runs before each write of the buffer, so that waiting records go to the
 // file that is current when they are written.
 //
+// Beside each file it creates the writer records facts that the bytes do not carry (FileFacts):
+// which writer made it, its number among that writer's files, the file whose split record it
+// completes, the local time's offsets while it was current.
+//
 // A write that failed (a full disk, a file size limit of the process) drops the rest of what
 // it carried: when part of it reached the file, the record it cut is the last thing in that
 // file and the next write starts a new one; a file that took nothing is kept, so a full disk
@@ -38,6 +43,8 @@ public:
     // The buffer of the buffered mode: the longest line (a header of at most 1023 characters,
     // a text of 2047 and two line feeds) fits it several times over.
     static constexpr size_t kBufferCapacity = 8192;
+    // Records the buffer holds at most; the shortest line takes more than 16 bytes.
+    static constexpr size_t kMaxBufferedRecords = kBufferCapacity / 16;
 
     // `flush(context)` takes the writer's locks and calls writeOut(); the buffered mode's
     // thread calls it at a deadline.
@@ -51,7 +58,10 @@ public:
     static size_t fileName(const char* folder, char* out, size_t capacity);
 
     // ---- Configuration ----
-    void setFolder(const char* folder) { m_folder = folder; }
+    void setFolder(const char* folder) {
+        m_folder = folder;
+        m_facts.folderChanged();
+    }
     // Applies to the current file from the next record on; 0 removes the limit.
     void setMaxFileSize(uint32_t maxSize) { m_maxFileSize = maxSize; }
     // 0: write-through; else the longest a record may wait, in milliseconds. What waits is
@@ -76,8 +86,8 @@ public:
     // The line that the record being written is formatted into, reused for every record.
     std::string& line() { return m_line; }
     // Writes line() through, or buffers it as the class comment says. `urgent`: a warning or
-    // an error, which never waits.
-    void take(bool urgent);
+    // an error, which never waits; `timeOfDay`: the record's stamp as the line carries it.
+    void take(bool urgent, const char* timeOfDay);
     // Writes out what waits in the buffer; dropped when no file can take it.
     void writeOut();
 
@@ -94,26 +104,34 @@ private:
     // place where the writer decides that it needs a new file.
     bool fileReady();
     // Switches to a new file in the same folder; on failure the writer stays silent for a
-    // growing pause.
-    bool reopen();
-    // Creates a new file in m_folder under a name no file has; 0 or an errno value.
-    int createFile();
+    // growing pause. `continues`: the new file takes the rest of a record that the current
+    // one ends with.
+    bool reopen(bool continues);
+    // Creates a new file in m_folder under a name no file has, with its facts; 0 or an errno
+    // value. `continues`: the name of the file whose last record it completes, or null.
+    int createFile(const char* continues);
     // Writes `size` bytes into the current file, going on in new files at the limit.
     void writeAcrossFiles(const char* data, size_t size);
+    // Whether `written` bytes into what writeAcrossFiles() writes, a record ends.
+    bool endsRecord(size_t written) const;
 
     std::string m_folder;
     uint32_t m_maxFileSize;
     unsigned int m_maxDelayMs;
     std::string m_line;
     std::string m_buffer;       // whole records not yet written
+    uint16_t m_recordEnds[kMaxBufferedRecords];  // where each record in m_buffer ends
+    size_t m_recordCount;
     LogFile m_file;
     CurrentFileWatch m_watch;   // is m_file still at its name
+    FileFacts m_facts;          // what is recorded beside m_file
     BufferFlusher m_flusher;
     bool m_newFileNeeded;       // the next write starts a new file
     uint64_t m_countedBytes;    // bytes the current file took while a limit was set
     uint64_t m_retryPauseUs;    // 0 unless the last reopen failed
     uint64_t m_nextRetryUs;     // monotonic time of the next reopen
     char m_name[PATH_MAX];      // where a new file's name is put together
+    char m_previous[NAME_MAX + 1];  // the name of the file a new one continues
 };
 
 }  // namespace qel

@@ -3,11 +3,43 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstring>
 
 namespace qel {
+
+namespace {
+
+// A remover holds its exclusive lock only while it checks the name and removes the file.
+constexpr int kLockAttempts = 3;
+
+// Takes the shared lock on a file just created under `path`, and makes sure that the name still
+// leads to it. A tool that removes old log files takes an exclusive lock without waiting and
+// removes a file only while it holds that lock and the name leads to the file it locked; one
+// that came between the creation and this lock has removed the file or is about to. Then the
+// file must not be written: false. A file system without such locks gives no more protection
+// than that check.
+bool lockAtName(int descriptor, const char* path) {
+    int attempt = 0;
+    while (flock(descriptor, LOCK_SH | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            break;  // no such locks here: the name is still checked
+        }
+        if (++attempt == kLockAttempts) {
+            return false;
+        }
+        const struct timespec pause = {0, 1000 * 1000};
+        nanosleep(&pause, nullptr);
+    }
+    struct stat created, named;
+    return fstat(descriptor, &created) == 0 && lstat(path, &named) == 0 &&
+           created.st_dev == named.st_dev && created.st_ino == named.st_ino;
+}
+
+}  // namespace
 
 int aboveStandardStreams(int descriptor) {
     if (descriptor < 0 || descriptor > STDERR_FILENO) {
@@ -44,8 +76,10 @@ int LogFile::create(const char* path) {
     if (descriptor < 0) {
         return errno;
     }
-    // A file system without such locks simply gives no protection.
-    flock(descriptor, LOCK_SH | LOCK_NB);
+    if (!lockAtName(descriptor, path)) {
+        ::close(descriptor);
+        return EAGAIN;
+    }
     m_descriptor = descriptor;
     return 0;
 }

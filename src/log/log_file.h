@@ -26,8 +26,10 @@ public:
     // Creates `path` for writing, only if nothing exists under that name, not even a symbolic
     // link, with the permissions a plain write open gives (0666 less the umask). While it is
     // open the file carries a shared lock (flock), so that a tool that removes old log files
-    // can tell, by failing to lock it exclusively, that a writer still uses it. Returns 0, or
-    // the errno value of the failure (EEXIST: the name is taken; EBUSY: a file is open).
+    // can tell, by failing to lock it exclusively, that a writer still uses it; the file is
+    // open only once it holds the lock at its name. Returns 0, or the errno value of the
+    // failure (EEXIST: the name is taken; EAGAIN: a remover took the file between its creation
+    // and the lock, or is about to; EBUSY: a file is open).
     int create(const char* path);
     bool isOpen() const { return m_descriptor >= 0; }
     int descriptor() const { return m_descriptor; }

@@ -42,7 +42,7 @@ void QelLogFileStream::closeFile() {
 void QelLogFileStream::writeFormatLog(const LogMessage& msg) {
     ScopedCriticalSection lock(*m_critSect);
     formatLog(msg, writer(m_state).line());
-    writer(m_state).take(static_cast<int>(msg.level) >= QEL_LOG_WARNING);
+    writer(m_state).take(static_cast<int>(msg.level) >= QEL_LOG_WARNING, msg.timeText);
 }
 
 int QelLogFileStream::openLog() {

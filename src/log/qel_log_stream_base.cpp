@@ -5,6 +5,8 @@
 
 #include <qel/version.h>
 
+#include "platform/decimal_text.h"
+
 extern "C" {
 const char* LEVELSTRING[4] = {"V", "I", "W", "E"};
 }
@@ -34,20 +36,6 @@ char* appendField(char* out, const char (&field)[N]) {
     const size_t length = strnlen(field, N);
     memcpy(out, field, length);
     return out + length;
-}
-
-// Writes `value` in decimal, without sign or padding, to `out`.
-char* appendDecimal(char* out, unsigned int value) {
-    char digits[10];
-    size_t count = 0;
-    do {
-        digits[count++] = static_cast<char>('0' + value % 10);
-        value /= 10;
-    } while (value != 0);
-    while (count > 0) {
-        *out++ = digits[--count];
-    }
-    return out;
 }
 
 // Letters longer than this (LEVELSTRING is writable) take the general path of the header.
@@ -84,7 +72,7 @@ size_t formatHeader(const LogMessage& msg, char (&header)[1024]) {
     *out++ = ' ';
     out = appendField(out, msg.timeText);
     *out++ = ' ';
-    out = appendDecimal(out, msg.threadId);
+    out = putDecimal(out, msg.threadId);
     *out++ = ']';
     *out = '\0';
     return static_cast<size_t>(out - header);

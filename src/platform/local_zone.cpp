@@ -92,15 +92,25 @@ struct RuleChange {
 struct PosixZone {
     int64_t offset[2];  // seconds east of UTC
     RuleChange change[2];
+    char name[2][kAbbreviationSize];
 };
 
-// A zone name: three or more letters, or three or more letters, digits and signs in <>.
-bool skipName(const char*& p) {
+// Copies `length` characters of an abbreviation, cut to fit, and a terminating zero byte.
+void copyAbbreviation(char* out, const char* from, size_t length) {
+    length = length < kAbbreviationSize - 1 ? length : kAbbreviationSize - 1;
+    memcpy(out, from, length);
+    out[length] = '\0';
+}
+
+// A zone name: three or more letters, or three or more letters, digits and signs in <>; put
+// into `name` without the brackets.
+bool readName(const char*& p, char (&name)[kAbbreviationSize]) {
     const char* start = p;
     while (isLetter(*p)) {
         ++p;
     }
     if (p - start >= 3) {
+        copyAbbreviation(name, start, static_cast<size_t>(p - start));
         return true;
     }
     p = start;
@@ -114,6 +124,7 @@ bool skipName(const char*& p) {
     if (*p != '>' || p - start < 3) {
         return false;
     }
+    copyAbbreviation(name, start, static_cast<size_t>(p - start));
     ++p;
     return true;
 }
@@ -189,15 +200,19 @@ bool readChange(const char*& p, int which, PosixZone* zone) {
 PosixZone readPosixZone(const char* text) {
     PosixZone zone = {};
     const char* p = text;
-    if (!skipName(p) || !readOffset(p, 0, &zone)) {
-        return PosixZone{};
+    if (!readName(p, zone.name[0]) || !readOffset(p, 0, &zone)) {
+        zone = PosixZone{};
+        copyAbbreviation(zone.name[0], "UTC", 3);
+        memcpy(zone.name[1], zone.name[0], sizeof(zone.name[0]));
+        return zone;
     }
+    memcpy(zone.name[1], zone.name[0], sizeof(zone.name[0]));
     if (*p == '\0') {
         zone.offset[1] = zone.offset[0];
         zone.change[1] = zone.change[0];
         return zone;
     }
-    if (skipName(p)) {
+    if (readName(p, zone.name[1])) {
         readOffset(p, 1, &zone);
     }
     if (readChange(p, 0, &zone)) {
@@ -240,14 +255,18 @@ int64_t changeInstant(const RuleChange& change, int64_t offset, int64_t year) {
     return day * kSecondsPerDay - offset + change.seconds;
 }
 
-// The rule at `t`, within the UTC year of `t` (the changes are computed per UTC year).
-ZoneOffset evaluate(const PosixZone& zone, int64_t t) {
+// The rule at `t`, within the UTC year of `t` (the changes are computed per UTC year), and its
+// name into `abbreviation` when that is given.
+ZoneOffset evaluate(const PosixZone& zone, int64_t t, char* abbreviation) {
     const int64_t year = civilFromDays(floorDivide(t, kSecondsPerDay)).year;
     const int64_t changes[2] = {changeInstant(zone.change[0], zone.offset[0], year),
                                 changeInstant(zone.change[1], zone.offset[1], year)};
     const bool daylight = changes[0] > changes[1] ? (t < changes[1] || t >= changes[0])
                                                   : (t >= changes[0] && t < changes[1]);
     ZoneOffset result = {zone.offset[daylight ? 1 : 0], yearStart(year), yearStart(year + 1)};
+    if (abbreviation != nullptr) {
+        memcpy(abbreviation, zone.name[daylight ? 1 : 0], kAbbreviationSize);
+    }
     for (const int64_t change : changes) {
         if (change <= t && change > result.from) {
             result.from = change;
@@ -355,8 +374,23 @@ bool typeBeforeFirstChange(const ZoneFile& file, int64_t types, int64_t count, i
     return true;
 }
 
-// The offset at `t` from the zone file at `path`; false when it is no readable zone file.
-bool readZoneFile(const char* path, int64_t t, ZoneOffset* result) {
+// The abbreviation of local time type `type`, from the zone file's characters after the types.
+bool readTypeName(const ZoneFile& file, int64_t types, const int64_t (&counts)[6], int64_t type,
+                  char* abbreviation) {
+    unsigned char index = 0;
+    if (!file.bytes(types + type * 6 + 5, &index, 1) || index >= counts[kCharCount]) {
+        return false;
+    }
+    char name[kAbbreviationSize] = {};
+    const ssize_t got = file.readSome(types + counts[kTypeCount] * 6 + index, name,
+                                      sizeof(name) - 1);
+    copyAbbreviation(abbreviation, name, got > 0 ? strnlen(name, static_cast<size_t>(got)) : 0);
+    return true;
+}
+
+// The offset at `t` from the zone file at `path`, and the abbreviation when asked for; false
+// when it is no readable zone file.
+bool readZoneFile(const char* path, int64_t t, ZoneOffset* result, char* abbreviation) {
     ZoneFile file(path);
     char version = 0;
     int64_t counts[6];
@@ -387,7 +421,7 @@ bool readZoneFile(const char* path, int64_t t, ZoneOffset* result) {
         }
         result->until = times > 0 ? first : kForever;
     } else if (t >= last && width == 8 && readFooter(file, data + dataSize(counts, 8), rule)) {
-        *result = evaluate(readPosixZone(rule), t);
+        *result = evaluate(readPosixZone(rule), t, abbreviation);
         result->from = result->from > last ? result->from : last;
         return true;
     } else {
@@ -412,7 +446,9 @@ bool readZoneFile(const char* path, int64_t t, ZoneOffset* result) {
         }
         type = index;
     }
-    return file.number(types + type * 6, 4, &result->utcOffset);
+    return file.number(types + type * 6, 4, &result->utcOffset) &&
+           (abbreviation == nullptr ||
+            readTypeName(file, types, counts, type, abbreviation));
 }
 
 // The zone file TZ names: an absolute path, or a name under TZDIR (/usr/share/zoneinfo).
@@ -487,6 +523,8 @@ public:
         m_storing.clear();
     }
 
+    uint32_t version() const { return m_sequence.load(); }
+
 private:
     static void forgetStoreInChild();
 
@@ -516,7 +554,7 @@ void SharedOffset::forgetStoreInChild() {
 // As the C library reads TZ: empty means UTC, a leading ':' is dropped, unset means
 // /etc/localtime; a zone file of that name if there is one, else a POSIX rule; UTC when the
 // default file is missing.
-ZoneOffset readZoneOffset(int64_t utcSeconds) {
+ZoneOffset readZoneOffset(int64_t utcSeconds, char* abbreviation) {
     const char* const kDefault = "/etc/localtime";
     const char* tz = getenv("TZ");
     if (tz != nullptr && tz[0] == '\0') {
@@ -529,13 +567,17 @@ ZoneOffset readZoneOffset(int64_t utcSeconds) {
     tz = byDefault ? kDefault : tz;
     char path[512];
     ZoneOffset result = kUtc;
-    if (tz[0] != '\0' && zoneFilePath(tz, path) && readZoneFile(path, utcSeconds, &result)) {
+    if (tz[0] != '\0' && zoneFilePath(tz, path) &&
+        readZoneFile(path, utcSeconds, &result, abbreviation)) {
         return result;
     }
     if (byDefault || tz[0] == '\0' || strcmp(tz, kDefault) == 0) {
+        if (abbreviation != nullptr) {
+            copyAbbreviation(abbreviation, "UTC", 3);
+        }
         return kUtc;
     }
-    return evaluate(readPosixZone(tz), utcSeconds);
+    return evaluate(readPosixZone(tz), utcSeconds, abbreviation);
 }
 
 int64_t localOffset(int64_t utcSeconds) {
@@ -548,6 +590,10 @@ int64_t localOffset(int64_t utcSeconds) {
     const ZoneOffset found = readZoneOffset(utcSeconds);
     g_sharedOffset.store(zone, found);
     return found.utcOffset;
+}
+
+uint32_t zoneCacheVersion() {
+    return g_sharedOffset.version();
 }
 
 int64_t daysFromCivil(int64_t year, int month, int day) {

@@ -13,6 +13,10 @@ struct ZoneOffset {
     int64_t until;
 };
 
+// Room for a zone abbreviation ("CET", "+0530") and its terminating zero byte; a longer one is
+// cut.
+constexpr int kAbbreviationSize = 16;
+
 // The offset of local time at `utcSeconds` in the zone the process has set up, as the C
 // library's local-time conversion gives it: TZ (a zone file name or path, or a POSIX rule
 // such as "CET-1CEST,M3.5.0,M10.5.0/3"), else /etc/localtime, else UTC. Leap seconds of
@@ -25,8 +29,16 @@ struct ZoneOffset {
 // offsets), so that the local time follows the zone as the C library's conversion does.
 int64_t localOffset(int64_t utcSeconds);
 
+// A number that changes whenever localOffset() stores a new reading in its cache: at the end of
+// an offset's span (a change to or from daylight saving time, a clock step past the span) and at
+// a change of the host's zone. While it stays the same, every stamp made since has used an
+// offset that was cached before. One atomic load; safe in a signal handler.
+uint32_t zoneCacheVersion();
+
 // The reading behind localOffset(), without the cache: the zone's file or rule, read now.
-ZoneOffset readZoneOffset(int64_t utcSeconds);
+// With `abbreviation` (kAbbreviationSize bytes) also the zone's abbreviation of that offset,
+// terminated, empty where the zone names none. Safe in a signal handler, as localOffset().
+ZoneOffset readZoneOffset(int64_t utcSeconds, char* abbreviation = nullptr);
 
 // A date of the proleptic Gregorian calendar.
 struct CivilDate {

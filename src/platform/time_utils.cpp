@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "platform/decimal_text.h"
 #include "platform/local_zone.h"
 #include "platform/time_text.h"
 
@@ -28,34 +29,6 @@ LocalNow localNow() {
     struct timeval now = {};
     ::gettimeofday(&now, nullptr);
     return {now.tv_sec + localOffset(now.tv_sec), static_cast<int>(now.tv_usec / 1000)};
-}
-
-char* putTwoDigits(char* out, int value) {
-    out[0] = static_cast<char>('0' + value / 10 % 10);
-    out[1] = static_cast<char>('0' + value % 10);
-    return out + 2;
-}
-
-// `value` in decimal with at least `width` digits, zero padded, as "%0*lld" gives it.
-char* putNumber(char* out, int64_t value, int width) {
-    if (value < 0) {
-        *out++ = '-';
-        --width;
-    }
-    char digits[20];
-    int count = 0;
-    uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : value;
-    do {
-        digits[count++] = static_cast<char>('0' + magnitude % 10);
-        magnitude /= 10;
-    } while (magnitude != 0);
-    for (; width > count; --width) {
-        *out++ = '0';
-    }
-    while (count > 0) {
-        *out++ = digits[--count];
-    }
-    return out;
 }
 
 // "hh:mm:ss:ms" of `now`, the milliseconds unpadded, and a terminating zero byte.
@@ -117,7 +90,7 @@ size_t formatLocalTimestamp(char* buffer) {
     int64_t days = now.seconds / kSecondsPerDay;
     days -= now.seconds % kSecondsPerDay < 0 ? 1 : 0;
     const CivilDate date = civilFromDays(days);
-    char* out = putNumber(buffer, date.year, 4);
+    char* out = putDecimal(buffer, date.year, 4);
     *out++ = '-';
     out = putTwoDigits(out, date.month);
     *out++ = '-';

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -16,6 +17,21 @@ const std::set<std::string>* g_looksFree = nullptr;
 int g_foldersToRemove = 0;
 long g_skippedSeconds = 0;
 int g_inotifyInstances = -1;
+int g_factsRefusal = 0;
+int g_factsAttempts = 0;
+int g_sharedLockDelayUs = 0;
+
+extern "C" int fsetxattr(int descriptor, const char* name, const void* value, size_t size,
+                         int flags) {
+    ++g_factsAttempts;
+    if (g_factsRefusal != 0) return errno = g_factsRefusal, -1;
+    return static_cast<int>(syscall(SYS_fsetxattr, descriptor, name, value, size, flags));
+}
+
+extern "C" int flock(int descriptor, int operation) {
+    if (g_sharedLockDelayUs > 0 && (operation & LOCK_SH) != 0) usleep(g_sharedLockDelayUs);
+    return static_cast<int>(syscall(SYS_flock, descriptor, operation));
+}
 
 extern "C" int lstat64(const char* path, struct stat64* status) {
     if (g_looksFree != nullptr && g_looksFree->count(path) > 0) return errno = ENOENT, -1;

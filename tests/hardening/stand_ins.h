@@ -13,6 +13,9 @@ extern long g_skippedSeconds;   // the monotonic clock runs ahead by so many sec
 // inotify_init1 fails (EMFILE, as when the user's instances are used up) once the process has
 // this many instances open; -1: no limit.
 extern int g_inotifyInstances;
+extern int g_factsRefusal;   // fsetxattr fails with this errno value; 0: it works
+extern int g_factsAttempts;  // fsetxattr calls so far
+extern int g_sharedLockDelayUs;  // a shared flock waits so long first
 
 namespace hardening {
 

@@ -60,12 +60,24 @@ bool tooOld(const PruneCandidate& file, const PruneRequest& request, std::time_t
 }
 
 // Deletes the file at `path` unless a process holds a lock on it (a writer holds a shared one
-// on its current file). Returns false with errno set (EWOULDBLOCK: held).
+// on its current file). The exclusive lock is taken without waiting, and the file is removed
+// while it is held and only when the name still leads to the file locked: a writer that has
+// just created a file checks, once it holds its own lock, that the name leads to its file, and
+// makes a new one when not, so that no file it writes is ever removed. Returns false with
+// errno set (EWOULDBLOCK: held; ENOENT: gone, or the name now leads to another file).
 bool deleteUnlessHeld(const std::string& path) {
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) return false;
     int error = 0;
-    if (flock(fd, LOCK_EX | LOCK_NB) != 0 || unlink(path.c_str()) != 0) error = errno;
+    struct stat locked, named;
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0 || fstat(fd, &locked) != 0 ||
+        lstat(path.c_str(), &named) != 0) {
+        error = errno;
+    } else if (locked.st_dev != named.st_dev || locked.st_ino != named.st_ino) {
+        error = ENOENT;
+    } else if (unlink(path.c_str()) != 0) {
+        error = errno;
+    }
     close(fd);
     errno = error;
     return error == 0;
