@@ -13,6 +13,7 @@ build=build-deb
 packages=(qellog libqel-dev libqel1)
 
 needed=(abigail-tools lintian dpkg-dev pkg-config help2man file cmake ninja-build g++)
+needed+=(libre2-dev zlib1g-dev)  # qellog's build dependencies
 bash .ci/install-missing.sh "${needed[@]}"
 
 work=$(mktemp -d /tmp/qel-packages.XXXXXX)
@@ -53,6 +54,11 @@ cmake --build "$build" --target package
 debs=()
 for package in "${packages[@]}"; do
     debs+=("$(ls "$build/${package}"_*.deb)")
+done
+# qellog runs with the RE2 and zlib it was built with: dpkg-shlibdeps must have found both.
+qellog_depends=$(dpkg-deb -f "$build"/qellog_*.deb Depends)
+for library in libre2 zlib1g; do
+    [[ "$qellog_depends" == *"$library"* ]] || { echo "qellog does not depend on $library"; exit 1; }
 done
 
 echo "---- lintian"

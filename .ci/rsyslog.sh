@@ -13,6 +13,7 @@ root=$PWD
 build=${1:-build}
 
 command -v rsyslogd >/dev/null 2>&1 || bash .ci/install-missing.sh rsyslog
+bash .ci/install-missing.sh pkg-config libre2-dev zlib1g-dev  # what qellog builds with
 cmake --build "$build" -j2 --target qel qellog
 
 work=$(mktemp -d /tmp/qel-rsyslog.XXXXXX)

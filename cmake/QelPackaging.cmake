@@ -104,6 +104,9 @@ set(CPACK_DEBIAN_DEV_DESCRIPTION "base library of the camera-device kit - develo
 set(CPACK_DEBIAN_QELLOG_PACKAGE_NAME qellog)
 set(CPACK_DEBIAN_QELLOG_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_QELLOG_DEPENDS lib)
+# qellog's other run dependencies (RE2 and zlib, which --grep and archives need) come from
+# dpkg-shlibdeps; building it needs pkg-config, libre2-dev and zlib1g-dev, which
+# .ci/packages.sh installs with the rest of the build's packages.
 set(CPACK_DEBIAN_QELLOG_PACKAGE_SUGGESTS "rsyslog")
 set(CPACK_DEBIAN_QELLOG_DESCRIPTION "log tool of the camera-device kit
  qellog writes lines or messages into the kit's log files and reads log
