@@ -37,7 +37,7 @@ const char kCatUsage[] =
 int runCat(int argc, char** argv) {
     ReadOptions options;
     const int parsed = parseReadOptions(argc, argv, ReadCommand::Cat, kCatUsage, options);
-    if (parsed != 0) return parsed < 0 ? 0 : parsed;
+    if (parsed != kExitSuccess) return parsed == kHelpPrinted ? kExitSuccess : parsed;
     RecordPrinter printer(options.json,
                           !options.json && colourWanted(options.colour, STDOUT_FILENO));
     Selection selection(options.filter, [&](const Record& record) { printer.print(record); },
@@ -47,9 +47,9 @@ int runCat(int argc, char** argv) {
     selection.endTail();
     if (!printer.flush()) {
         std::fprintf(stderr, "qellog: cannot write the records: %s\n", std::strerror(errno));
-        return 1;
+        return kExitFailure;
     }
-    return read ? 0 : 1;
+    return read ? kExitSuccess : kExitFailure;
 }
 
 }  // namespace qellog

@@ -128,13 +128,13 @@ int FollowCommand::run() {
     resume();
     if (!m_wait.start()) {
         std::fprintf(stderr, "qellog: %s\n", std::strerror(errno));
-        return 1;
+        return kExitFailure;
     }
-    int status = 0;
+    int status = kExitSuccess;
     while (!FollowWait::stopAsked()) {
         m_wait.watch(m_options.paths[0]);
         if (!pass() || !save(false)) {
-            status = 1;
+            status = kExitFailure;
             break;
         }
         if (FollowWait::stopAsked()) break;
@@ -144,7 +144,7 @@ int FollowCommand::run() {
         m_wait.wait(timeout, kPassGapMs);
     }
     // Whatever was printed is out; the state says so, and the next run starts after it.
-    if (status == 0 && (!m_printer.flush() || !save(true))) status = 1;
+    if (status == kExitSuccess && (!m_printer.flush() || !save(true))) status = kExitFailure;
     return status;
 }
 
@@ -170,7 +170,7 @@ bool checkFolder(const char* folder) {
 int runFollow(int argc, char** argv) {
     ReadOptions options;
     const int parsed = parseReadOptions(argc, argv, ReadCommand::Follow, kFollowUsage, options);
-    if (parsed != 0) return parsed < 0 ? 0 : parsed;
+    if (parsed != kExitSuccess) return parsed == kHelpPrinted ? kExitSuccess : parsed;
     if (!checkFolder(options.paths[0].c_str())) return 1;
     FollowCommand command(options);
     return command.run();

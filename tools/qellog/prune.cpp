@@ -92,24 +92,24 @@ int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
                 break;
             case 'o': ok = request.hasAge = parseDays(optarg, request.days); break;
             case 'n': request.dryRun = true; break;
-            case 'h': std::fputs(kPruneUsage, stdout); return -1;
+            case 'h': std::fputs(kPruneUsage, stdout); return kHelpPrinted;
             default: return optionError(c, argv, "prune");
         }
         if (!ok) {
             const char* option = c == 'k' ? "--keep" : c == 's' ? "--max-total" : "--older-than";
             std::fprintf(stderr, "qellog: bad value '%s' for %s (see qellog prune --help)\n",
                          optarg, option);
-            return 2;
+            return kExitUsage;
         }
     }
     if (optind + 1 != argc || !(request.hasKeep || request.hasTotal || request.hasAge)) {
         std::fprintf(stderr,
                      "qellog: prune needs one DIR and --keep, --max-total or --older-than (see "
                      "qellog prune --help)\n");
-        return 2;
+        return kExitUsage;
     }
     request.folder = argv[optind];
-    return 0;
+    return kExitSuccess;
 }
 
 std::vector<bool> selectForDeletion(const std::vector<PruneCandidate>& files,
@@ -133,18 +133,18 @@ std::vector<bool> selectForDeletion(const std::vector<PruneCandidate>& files,
 int runPrune(int argc, char** argv) {
     PruneRequest request;
     const int parsed = parsePruneArguments(argc, argv, request);
-    if (parsed != 0) return parsed < 0 ? 0 : parsed;
+    if (parsed != kExitSuccess) return parsed == kHelpPrinted ? kExitSuccess : parsed;
     std::vector<LogFile> files;
     std::string error;
     if (!listLogFiles(request.folder, files, error)) {
         std::fprintf(stderr, "qellog: cannot read folder '%s': %s\n", request.folder.c_str(),
                      error.c_str());
-        return 1;
+        return kExitFailure;
     }
     std::vector<PruneCandidate> candidates;
     for (const LogFile& file : files) candidates.push_back({file.size, file.modified});
     const std::vector<bool> doomed = selectForDeletion(candidates, request, std::time(nullptr));
-    int result = 0;
+    int result = kExitSuccess;
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (!doomed[i]) continue;
         if (request.dryRun) {
@@ -155,13 +155,13 @@ int runPrune(int argc, char** argv) {
             } else if (errno != ENOENT) {  // gone already: nothing left to do
                 std::fprintf(stderr, "qellog: cannot delete '%s': %s\n", files[i].path.c_str(),
                              std::strerror(errno));
-                result = 1;
+                result = kExitFailure;
             }
         } else {
             std::printf("deleted %s\n", files[i].path.c_str());
         }
     }
-    return std::fflush(stdout) == 0 ? result : 1;
+    return std::fflush(stdout) == 0 ? result : kExitFailure;
 }
 
 }  // namespace qellog

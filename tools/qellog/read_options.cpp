@@ -27,7 +27,7 @@ int badValue(const char* value, const char* option, ReadCommand command,
              const std::string& reason = "") {
     std::fprintf(stderr, "qellog: bad value '%s' for %s%s%s (see qellog %s --help)\n", value,
                  option, reason.empty() ? "" : ": ", reason.c_str(), commandName(command));
-    return 2;
+    return kExitUsage;
 }
 
 }  // namespace
@@ -107,7 +107,7 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
             case 'h':
                 std::fputs(usage, stdout);
                 std::fputs(selectionHelp(), stdout);
-                return -1;
+                return kHelpPrinted;
             default: return optionError(c, argv, commandName(command));
         }
     }
@@ -119,13 +119,13 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
     } else if (ignoreCase) {
         std::fprintf(stderr, "qellog: --ignore-case goes with --grep (see qellog %s --help)\n",
                      commandName(command));
-        return 2;
+        return kExitUsage;
     }
     if (options.hasLines && !options.statePath.empty()) {
         std::fprintf(stderr,
                      "qellog: follow takes --lines or --state, not both: with --state it goes "
                      "on where the last run stopped\n");
-        return 2;
+        return kExitUsage;
     }
     options.paths.assign(argv + optind, argv + argc);
     const bool one = command == ReadCommand::Follow;  // follow reads one folder
@@ -133,9 +133,9 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
         (one && (options.paths.size() > 1 || options.paths[0].empty()))) {
         std::fprintf(stderr, "qellog: %s needs %s (see qellog %s --help)\n",
                      commandName(command), one ? "one DIR" : "a DIR or FILE", commandName(command));
-        return 2;
+        return kExitUsage;
     }
-    return 0;
+    return kExitSuccess;
 }
 
 const char* selectionHelp() {
