@@ -16,16 +16,18 @@ namespace qellog {
 namespace {
 
 const char kCatUsage[] =
-    "Usage: qellog cat [OPTION]... DIR|FILE...\n"
+    "Usage: qellog cat [OPTION]... DIR|FILE|-...\n"
     "Print the records of the log files in each DIR (oldest file first) and of each FILE,\n"
-    "whole: a record that the size limit split between two files is joined again.\n"
+    "whole: a record that the size limit split between two files is joined again. A FILE\n"
+    "ending in .gz is read compressed; - reads standard input.\n"
     "\n"
     "  -j, --json           one JSON object per line and record: module, version, level,\n"
     "                       time, tid, text, file, date, ts (date and time with the zone\n"
     "                       offset of this machine)\n"
     "  -n, --lines N        only the last N records (of those selected)\n"
-    "      --color WHEN     colour the level and header: auto (on a terminal, unless\n"
-    "                       NO_COLOR is set; the default), always or never\n"
+    "      --color[=WHEN]   colour the level and header: WHEN is auto (on a terminal,\n"
+    "                       unless NO_COLOR is set; the default), always (also when WHEN is\n"
+    "                       left out) or never\n"
     "  -h, --help           print this help and exit\n"
     "\n"
     "Bytes that are not a whole record (the start of a folder whose older files were\n"

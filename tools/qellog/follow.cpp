@@ -28,7 +28,7 @@ const char kFollowUsage[] =
     "\n"
     "  -j, --json           one JSON object per line and record (see qellog cat --help)\n"
     "  -n, --lines N        start with the last N records (0: only new ones)\n"
-    "      --color WHEN     auto (the default), always or never (see qellog cat --help)\n"
+    "      --color[=WHEN]   auto (the default), always or never (see qellog cat --help)\n"
     "      --state FILE     start where the last run with this FILE stopped, and keep in it\n"
     "                       how far this run got, so that each record is printed once\n"
     "  -h, --help           print this help and exit\n";

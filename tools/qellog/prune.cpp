@@ -8,10 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -20,7 +18,9 @@
 #include "commands.h"
 #include "numbers.h"
 #include "prune.h"
+#include "read/civil_time.h"
 #include "read/log_file.h"
+#include "time_spec.h"
 
 namespace qellog {
 namespace {
@@ -34,16 +34,18 @@ const char kPruneUsage[] =
     "  -k, --keep N                keep the N newest files\n"
     "  -s, --max-total SIZE[K|M|G|T]  keep the newest files that together hold at most\n"
     "                              SIZE bytes (K, M, G, T = 1024, 1024^2, ...)\n"
-    "  -o, --older-than DAYS       delete files last written more than DAYS days ago\n"
-    "                              (a decimal number, like 0.5)\n"
+    "  -o, --older-than AGE        delete files last written more than AGE ago: days\n"
+    "                              (a decimal number, like 0.5), or a number with a\n"
+    "                              unit s, m, h, d or w (90m, 36h, 14d)\n"
     "      --dry-run               print what would be deleted, delete nothing\n"
     "  -h, --help                  print this help and exit\n";
 
-bool parseDays(const char* text, double& days) {
-    char* end = nullptr;
-    errno = 0;
-    days = std::strtod(text, &end);
-    return *text != '\0' && *end == '\0' && errno == 0 && std::isfinite(days) && days >= 0;
+// An age: a number of days ("0.5"), or a number and a unit ("90m", "36h", "14d").
+bool parseAge(const char* text, double& days) {
+    std::int64_t ms = 0;
+    if (!parseDuration(text, kDayMs, ms)) return false;
+    days = static_cast<double>(ms) / kDayMs;
+    return true;
 }
 
 // Whether file `index` of `count` goes by one of the limits; `total` is what the files from
@@ -90,7 +92,7 @@ int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
             case 's':
                 ok = request.hasTotal = parseSize(optarg, UINT64_MAX, request.maxTotal);
                 break;
-            case 'o': ok = request.hasAge = parseDays(optarg, request.days); break;
+            case 'o': ok = request.hasAge = parseAge(optarg, request.days); break;
             case 'n': request.dryRun = true; break;
             case 'h': std::fputs(kPruneUsage, stdout); return kHelpPrinted;
             default: return optionError(c, argv, "prune");

@@ -22,7 +22,7 @@ namespace qellog {
 namespace {
 
 const char kStatsUsage[] =
-    "Usage: qellog stats [OPTION]... DIR|FILE...\n"
+    "Usage: qellog stats [OPTION]... DIR|FILE|-...\n"
     "Summarize the records of the log files in each DIR and of each FILE, read as qellog cat\n"
     "reads them: files and bytes, the time span, records per level and for the ten modules\n"
     "with most records, bytes that are not a record (pieces), and warnings.\n"
