@@ -19,7 +19,10 @@ bool collectFiles(const std::vector<std::string>& paths, std::vector<LogFile>& f
     bool ok = true;
     for (const std::string& path : paths) {
         struct stat status;
-        if (stat(path.c_str(), &status) != 0) {
+        if (path == kStandardInput) {
+            files.push_back(logFileAt(path));
+            files.back().name = kStandardInputName;
+        } else if (stat(path.c_str(), &status) != 0) {
             onWarning({WarningKind::CannotRead, path, 0, std::strerror(errno)});
             ok = false;
         } else if (S_ISDIR(status.st_mode)) {
@@ -58,7 +61,7 @@ bool readPaths(const std::vector<std::string>& paths, const RecordSink& onRecord
         const LogFile& file = files[planned.index];
         reader.beginFile(file, 0, planned.continues);
         if (readInto(file.path, 0, reader, drain) < 0) {
-            onWarning({WarningKind::CannotRead, file.path, 0, std::strerror(errno)});
+            onWarning({WarningKind::CannotRead, file.path, 0, sourceError(errno)});
             ok = false;
         }
     }

@@ -50,7 +50,7 @@ void RecordReader::setReference(const std::string& file, std::int64_t ms) {
 // more than twelve hours is on the next day, and a record made just before midnight but
 // written into a file named just after it stays on its own day.
 std::string RecordReader::dateOf(const Segment& segment, const Record& record) {
-    if (!segment.file.named) return std::string();
+    if (!segment.file.dated) return std::string();
     if (m_refFile != segment.file.name) {
         const FileTime& t = segment.file.time;
         m_refFile = segment.file.name;
