@@ -66,7 +66,13 @@ std::string RecordReader::dateOf(const Segment& segment, const Record& record) {
         }
         m_refMs = best;
     }
-    return civilDate(m_refMs);
+    // Records come day after day: the text of a day is made once.
+    const std::int64_t day = floorDiv(m_refMs, kDayMs);
+    if (m_dateText.empty() || day != m_dateDay) {
+        m_dateDay = day;
+        m_dateText = civilDate(m_refMs);
+    }
+    return m_dateText;
 }
 
 namespace {
@@ -82,7 +88,7 @@ RecordReader::Scan endBefore(HeaderMatch match, DataEnd end) {
 }  // namespace
 
 RecordReader::Scan RecordReader::endAfterLine(std::size_t lineEnd, std::size_t textBegin,
-                                              bool headed, DataEnd end) const {
+                                              bool headed, DataEnd end) {
     const char* data = m_buffer.data() + m_start;
     const std::size_t size = m_buffer.size() - m_start;
     // A record ends with an empty line; a piece may also end with a plain line feed.
@@ -94,7 +100,10 @@ RecordReader::Scan RecordReader::endAfterLine(std::size_t lineEnd, std::size_t t
         const bool ends = end == DataEnd::Final || (end == DataEnd::Quiet && quietEnd);
         return ends ? Scan::Found : Scan::Wait;
     }
-    return endBefore(matchHeader(data + after, size - after, nullptr, nullptr), end);
+    const HeaderMatch next =
+        matchHeader(data + after, size - after, &m_ahead.header, &m_ahead.length);
+    if (next == HeaderMatch::Yes) m_ahead.at = m_start + after;
+    return endBefore(next, end);
 }
 
 RecordReader::Scan RecordReader::findEnd(std::size_t textBegin, bool headed, DataEnd end,
@@ -148,9 +157,12 @@ RecordReader::Scan RecordReader::findEnd(std::size_t textBegin, bool headed, Dat
 void RecordReader::take(Record& record, const Header* header, std::size_t textBegin,
                         std::size_t length, bool cut) {
     const char* data = m_buffer.data() + m_start;
-    record = Record();
+    // Field by field rather than a fresh Record: a caller that passes the same one each time
+    // keeps the memory of its strings.
     record.headed = header != nullptr;
+    record.zeros = false;
     if (header != nullptr) record.header = *header;
+    else record.header = Header();
     record.bytes.assign(data, length);
     record.complete =
         length >= textBegin + 2 && data[length - 1] == '\n' && data[length - 2] == '\n';
@@ -176,9 +188,16 @@ bool RecordReader::next(Record& record, DataEnd end) {
         record.zeros = true;
         return true;
     }
+    // The search for this record's end reads the next header into m_ahead: this one moves out.
     Header header;
-    std::size_t headerLength = 0;
-    const HeaderMatch start = matchHeader(m_buffer.data() + m_start, size, &header, &headerLength);
+    std::size_t headerLength = m_ahead.length;
+    HeaderMatch start = HeaderMatch::Yes;
+    if (m_ahead.at == m_start) {
+        std::swap(header, m_ahead.header);
+        m_ahead.at = std::string::npos;
+    } else {
+        start = matchHeader(data, size, &header, &headerLength);
+    }
     if (start == HeaderMatch::Partial && end != DataEnd::Final) return false;
     const bool headed = start == HeaderMatch::Yes;
     const std::size_t textBegin = headed ? headerLength : 0;
@@ -203,6 +222,8 @@ void RecordReader::consume(std::size_t length) {
         first.at = m_start;
     }
     for (Segment& segment : m_segments) segment.at -= m_start;
+    m_ahead.at = m_ahead.at != std::string::npos && m_ahead.at >= m_start ? m_ahead.at - m_start
+                                                                         : std::string::npos;
     m_buffer.erase(0, m_start);
     m_start = 0;
 }
