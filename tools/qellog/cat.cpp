@@ -2,12 +2,15 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 #include "commands.h"
 #include "output.h"
+#include "read/byte_source.h"
 #include "read/folder_reader.h"
 #include "read_options.h"
 #include "selection.h"
@@ -44,6 +47,18 @@ int runCat(int argc, char** argv) {
                           !options.json && colourWanted(options.colour, STDOUT_FILENO));
     Selection selection(options.filter, [&](const Record& record) { printer.print(record); },
                         options.hasLines, options.lines);
+    // The last N records: a first reading counts them, a second prints them, so that nothing
+    // is held however many there are. Standard input can be read once only: there the last N
+    // are held.
+    if (options.hasLines &&
+        std::find(options.paths.begin(), options.paths.end(), kStandardInput) ==
+            options.paths.end()) {
+        std::uint64_t passing = 0;
+        readPaths(
+            options.paths, [&](const Record& record) { passing += options.filter.matches(record); },
+            [](const ReadWarning&) {});  // the second reading tells them
+        selection.window(passing - std::min(passing, options.lines), options.lines);
+    }
     const bool read = readPaths(
         options.paths, [&](const Record& record) { selection.take(record); }, printWarning);
     selection.endTail();

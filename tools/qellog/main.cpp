@@ -116,8 +116,9 @@ int main(int argc, char** argv) {
     // prints help); a message that starts with such a word is logged after "--".
     if (argc > 1) {
         if (const qellog::Subcommand* subcommand = qellog::findSubcommand(argv[1])) {
-            // Records go out in large writes, unless a person watches them come.
-            if (!isatty(STDOUT_FILENO)) std::setvbuf(stdout, nullptr, _IOFBF, 64 * 1024);
+            // Records go out in large writes (as large as the copy tools make), unless a person
+            // watches them come.
+            if (!isatty(STDOUT_FILENO)) std::setvbuf(stdout, nullptr, _IOFBF, 128 * 1024);
             return subcommand->run(argc - 1, argv + 1);
         }
     }
