@@ -10,7 +10,6 @@
 #include "options.h"
 #include "prune.h"
 #include "pump.h"
-#include "read/record_filter.h"
 #include "read/record_reader.h"
 #include "tools/qellog_fixture.h"
 
@@ -78,24 +77,9 @@ TEST(QellogParsers, PruneArguments) {
         {"1e3", -1}, {"0x10", -1}, {"5x", -1}, {"h", -1}, {"", -1}, {"+1d", -1}, {"inf", -1}};
     for (const auto& c : ages) {
         PruneRequest r;
-        const int parsed = parseWords(parsePruneArguments, {"prune", "logs", "-o", c.age}, r);
-        EXPECT_EQ(c.days < 0 ? 2 : 0, parsed) << c.age;
+        EXPECT_EQ(c.days < 0 ? 2 : 0, parseWords(parsePruneArguments, {"prune", "d", "-o", c.age},
+                                                 r));
         EXPECT_NEAR(c.days < 0 ? 0 : c.days, r.days, 1e-9) << c.age;
-    }
-}
-
-// Level words and ranges, for the level of a record written and the levels read back.
-TEST(QellogParsers, LevelsAndRanges) {
-    const struct { const char* text; char min, max; } cases[] = {  // min '-': refused
-        {"warn", 'W', 0}, {"ERR", 'E', 0}, {"debug", 'V', 0}, {"information", 'I', 0},
-        {"W..E", 'W', 'E'}, {"info..warning", 'I', 'W'}, {"..W", 0, 'W'}, {"E..", 'E', 0},
-        {"W..W", 'W', 'W'}, {"E..W", '-', 0}, {"..", '-', 0}, {"W...E", '-', 0},
-        {"loud", '-', 0}, {"", '-', 0}};
-    for (const auto& c : cases) {
-        char min = '-', max = '-';
-        const bool read = parseLevelRange(c.text, min, max);
-        EXPECT_EQ(c.min != '-', read) << c.text;
-        EXPECT_TRUE(!read || (min == c.min && max == c.max)) << c.text;
     }
 }
 

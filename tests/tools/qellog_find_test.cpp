@@ -61,8 +61,9 @@ TEST_F(QellogFindTest, OptionsSelectTheRecordsCatPrints) {
         {{}, all},
         {{"--level", "warn"}, {"link slow", "frame lost\nsecond line", "Link down"}},
         {{"-l", "I..W"}, {"cam started", "link slow", "cam stopped"}},
-        {{"-l", "..I"}, {"cam started", "retry", "cam stopped"}},
-        {{"-l", "e"}, {"frame lost\nsecond line", "Link down"}},
+        {{"-l", "..information"}, {"cam started", "retry", "cam stopped"}},
+        {{"-l", "debug..V"}, {"retry"}},
+        {{"-l", "ERR"}, {"frame lost\nsecond line", "Link down"}},
         {{"-m", "net"}, {"link slow", "retry"}},
         {{"-m", "n?t*", "--module", "nobody"}, {"link slow", "retry", "Link down"}},
         {{"--since", "2026-11-16 23:59:59.999"},
@@ -95,8 +96,7 @@ TEST_F(QellogFindTest, ColourIsAskedForOrFollowsTheTerminal) {
         {{"cat", "--color", "-n", "1", "logs"}, Mode::Always, "logs"},
         {{"cat", "--color", "never", "logs"}, Mode::Never, "logs"},
         {{"cat", "--color", "logs"}, Mode::Always, "logs"},
-        {{"cat", "--colour=auto", "logs"}, Mode::Auto, "logs"},
-    };
+        {{"cat", "--colour=auto", "logs"}, Mode::Auto, "logs"}};
     for (const auto& c : parsed) {
         qellog::ReadOptions options;
         ASSERT_EQ(0, parseWords(qellog::parseReadOptions, c.args, qellog::ReadCommand::Cat, "",
@@ -177,7 +177,7 @@ TEST_F(QellogFindTest, CommandLineTraps) {
         {{"-l", "warning", "--", "logs"}, 0, "[qellog][V" QELTEST_VERSION " W ", ""},
         {{"follow", kFirst}, 1, "", "-00-0.log': Not a directory (to read one file: qellog cat"},
         {{"follow", "-n", "1", "--state", "s", "logs"}, 2, "", "takes --lines or --state"},
-        {{"cat", "--level", "loud", "logs"}, 2, "", "bad value 'loud' for --level"},
+        {{"cat", "--level", "E..W", "logs"}, 2, "", "bad value 'E..W' for --level"},
         {{"cat", "-f", "logs"}, 2, "", "unknown option '-f': to print new records as they come, "
                                        "use qellog follow DIR"},
         {{"follow", "-"}, 2, "", "follow reads a folder, not standard input"},

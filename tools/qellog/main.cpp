@@ -52,8 +52,9 @@ int explain(int code) {
     return qellog::kExitSuccess;
 }
 
-// Switches the file writer on as asked. Returns kExitSuccess, or kExitFailure when the asked place was refused
-// (logging then goes on in the working directory when a log file can be opened there).
+// Switches the file writer on as asked. Returns kExitSuccess, or kExitFailure when the asked
+// place was refused (logging then goes on in the working directory when a log file can be
+// opened there).
 int configureFiles(const qellog::Options& options) {
     if (options.folder != nullptr) {
         if (qelLogSetFileFolder(options.folder) == 0) {

@@ -23,8 +23,9 @@ enum class StateLoad { Loaded, Missing, Bad, Foreign };
 
 // Reads the state file at `path`. Missing: there is none, or it is empty (nothing was saved
 // in it). Bad: a state file, cut or damaged. Foreign: bytes that are no state file, which
-// nobody may replace. `state` is empty unless Loaded. A state file of the earlier format (one position: a file and an offset) is read as
-// that file at that offset and, in `before`, the name before which every file was read.
+// nobody may replace. `state` is empty unless Loaded. A state file of the earlier format (one
+// position: a file and an offset) is read as that file at that offset and, in `before`, the
+// name before which every file was read.
 StateLoad loadState(const std::string& path, FollowState& state, std::string& before);
 
 // Replaces the state file in one step and pushes it to the disk (file and folder), so that a

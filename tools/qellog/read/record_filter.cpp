@@ -116,8 +116,8 @@ bool RecordFilter::headerMatches(const Record& record) const {
 }
 
 bool RecordFilter::matches(const Record& record) const {
-    const bool headerSelects = minLevel != 0 || maxLevel != 0 || !modules.empty() || hasThreadId || hasSince ||
-                               hasUntil;
+    const bool headerSelects = minLevel != 0 || maxLevel != 0 || !modules.empty() ||
+                               hasThreadId || hasSince || hasUntil;
     if (headerSelects && (!record.headed || !headerMatches(record))) return false;
     if (!m_pattern) return true;
     return re2::RE2::PartialMatch(
