@@ -9,11 +9,11 @@
 # Usage: .ci/rsyslog.sh [BUILD_DIR]   (default build; qel and qellog are built there)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+bash .ci/install-missing.sh pkg-config libre2-dev zlib1g-dev  # what qellog builds with
 root=$PWD
 build=${1:-build}
 
 command -v rsyslogd >/dev/null 2>&1 || bash .ci/install-missing.sh rsyslog
-bash .ci/install-missing.sh pkg-config libre2-dev zlib1g-dev  # what qellog builds with
 cmake --build "$build" -j2 --target qel qellog
 
 work=$(mktemp -d /tmp/qel-rsyslog.XXXXXX)

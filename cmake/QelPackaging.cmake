@@ -77,6 +77,8 @@ set(CPACK_STRIP_FILES ON)
 # dpkg-shlibdeps finds the system libraries each package needs; the shlibs file of libqel1
 # gives every package built against it "libqel1 (>= VERSION)" in turn, and its ldconfig
 # trigger refreshes the loader's cache.
+# That is also how qellog comes to depend on RE2 and zlib (--grep and archives); building it
+# needs pkg-config, libre2-dev and zlib1g-dev, which .ci/packages.sh installs.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
@@ -104,9 +106,6 @@ set(CPACK_DEBIAN_DEV_DESCRIPTION "base library of the camera-device kit - develo
 set(CPACK_DEBIAN_QELLOG_PACKAGE_NAME qellog)
 set(CPACK_DEBIAN_QELLOG_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_QELLOG_DEPENDS lib)
-# qellog's other run dependencies (RE2 and zlib, which --grep and archives need) come from
-# dpkg-shlibdeps; building it needs pkg-config, libre2-dev and zlib1g-dev, which
-# .ci/packages.sh installs with the rest of the build's packages.
 set(CPACK_DEBIAN_QELLOG_PACKAGE_SUGGESTS "rsyslog")
 set(CPACK_DEBIAN_QELLOG_DESCRIPTION "log tool of the camera-device kit
  qellog writes lines or messages into the kit's log files and reads log
