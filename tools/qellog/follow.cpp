@@ -185,10 +185,13 @@ int runFollow(int argc, char** argv) {
     if (!checkFolder(options.paths[0].c_str())) return kExitFailure;
     StateFile state;
     std::string error;
-    if (!options.statePath.empty() && !state.open(options.statePath, options.paths[0], error)) {
+    const int refused = options.statePath.empty()
+                            ? kExitSuccess
+                            : state.open(options.statePath, options.paths[0], error);
+    if (refused != kExitSuccess) {
         std::fprintf(stderr, "qellog: cannot use the state file '%s': %s\n",
                      options.statePath.c_str(), error.c_str());
-        return kExitFailure;
+        return refused;
     }
     FollowCommand command(options);
     return command.run();

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "commands.h"
 #include "read/follow_state.h"
 #include "read/log_file.h"
 
@@ -47,33 +48,36 @@ StateFile::~StateFile() {
     if (m_lock >= 0) close(m_lock);
 }
 
-bool StateFile::open(const std::string& path, const std::string& folder, std::string& error) {
+int StateFile::open(const std::string& path, const std::string& folder, std::string& error) {
     struct stat status;
     const bool exists = stat(path.c_str(), &status) == 0;
+    const int statError = exists ? 0 : errno;
     if ((exists && S_ISDIR(status.st_mode)) || path.back() == '/') {
         error = "it is a folder";
     } else if (exists && !S_ISREG(status.st_mode)) {
         error = "it is not a regular file";
-    } else if (!exists && errno != ENOENT) {
-        error = std::strerror(errno);
     } else if (logFileAt(path).named) {
         error = "it has the name of a log file";
     } else if (within(realFolderOf(path), folder)) {
         error = "it lies inside the log folder, where it would be taken for a foreign file";
+    } else if (!exists && statError != ENOENT) {
+        error = std::strerror(statError);
+        return kExitFailure;
     } else if (exists && isForeign(path)) {
         error = "it holds something else than the state of qellog follow (left as it is)";
+        return kExitFailure;
     } else {
         return lock(path, error);
     }
-    return false;
+    return kExitUsage;
 }
 
-bool StateFile::lock(const std::string& path, std::string& error) {
+int StateFile::lock(const std::string& path, std::string& error) {
     const std::string lockPath = path + ".lock";
     m_lock = ::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
     if (m_lock < 0) {
         error = "cannot open its lock file '" + lockPath + "': " + std::strerror(errno);
-        return false;
+        return kExitFailure;
     }
     if (flock(m_lock, LOCK_EX | LOCK_NB) != 0) {
         const int reason = errno;
@@ -83,12 +87,12 @@ bool StateFile::lock(const std::string& path, std::string& error) {
             got > 0 ? " (process " + std::string(holder, std::strcspn(holder, "\n")) + ")" : "";
         error = reason == EWOULDBLOCK ? "another qellog follow uses it" + process
                                       : std::string(std::strerror(reason));
-        return false;
+        return kExitFailure;
     }
     const std::string pid = std::to_string(getpid()) + "\n";
     if (ftruncate(m_lock, 0) != 0 || pwrite(m_lock, pid.data(), pid.size(), 0) < 0) {
         error = "cannot write its lock file '" + lockPath + "': " + std::strerror(errno);
-        return false;
+        return kExitFailure;
     }
     // The state is saved by writing a file beside it and renaming that: try it now, before
     // anything is printed, rather than fail after the first records.
@@ -96,11 +100,11 @@ bool StateFile::lock(const std::string& path, std::string& error) {
     const int probe = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (probe < 0) {
         error = "it cannot be written: " + std::string(std::strerror(errno));
-        return false;
+        return kExitFailure;
     }
     close(probe);
     unlink(temporary.c_str());
-    return true;
+    return kExitSuccess;
 }
 
 }  // namespace qellog

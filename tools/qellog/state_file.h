@@ -15,14 +15,15 @@ public:
     StateFile& operator=(const StateFile&) = delete;
     ~StateFile();
 
-    // Takes `path` as the state file of following `folder`. Refused, with the reason in
-    // `error`: a folder, anything but a regular file, a name the log writer makes, a place
-    // inside the log folder, a folder where it cannot be written, and a state file that
-    // another follow holds. Returns whether it was taken.
-    bool open(const std::string& path, const std::string& folder, std::string& error);
+    // Takes `path` as the state file of following `folder`. Returns kExitSuccess, or the exit
+    // status of a refusal with the reason in `error`: kExitUsage for a path that can never be
+    // a state file (a folder, anything but a regular file, a name the log writer makes, a
+    // place inside the log folder), kExitFailure for a file that holds something else, a
+    // place where it cannot be written, and a state file that another follow holds.
+    int open(const std::string& path, const std::string& folder, std::string& error);
 
 private:
-    bool lock(const std::string& path, std::string& error);
+    int lock(const std::string& path, std::string& error);
 
     int m_lock = -1;
 };
