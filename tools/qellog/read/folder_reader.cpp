@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <iterator>
+#include <utility>
 
 #include "byte_source.h"
 #include "plan.h"
@@ -32,7 +34,8 @@ bool collectFiles(const std::vector<std::string>& paths, std::vector<LogFile>& f
                 onWarning({WarningKind::CannotReadFolder, path, 0, error});
                 ok = false;
             }
-            files.insert(files.end(), found.begin(), found.end());
+            files.insert(files.end(), std::make_move_iterator(found.begin()),
+                         std::make_move_iterator(found.end()));
         } else {
             files.push_back(logFileAt(path));
             statLogFile(files.back());
@@ -66,7 +69,7 @@ bool readPaths(const std::vector<std::string>& paths, const RecordSink& onRecord
         }
     }
     while (reader.next(record, DataEnd::Final)) onRecord(record);
-    if (read != nullptr) *read = files;
+    if (read != nullptr) *read = std::move(files);
     return ok;
 }
 
