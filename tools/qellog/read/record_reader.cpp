@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "civil_time.h"
 
@@ -154,14 +155,14 @@ RecordReader::Scan RecordReader::findEnd(std::size_t textBegin, bool headed, Dat
     return end == DataEnd::Final ? Scan::Found : Scan::Wait;
 }
 
-void RecordReader::take(Record& record, const Header* header, std::size_t textBegin,
+void RecordReader::take(Record& record, Header* header, std::size_t textBegin,
                         std::size_t length, bool cut) {
     const char* data = m_buffer.data() + m_start;
     // Field by field rather than a fresh Record: a caller that passes the same one each time
     // keeps the memory of its strings.
     record.headed = header != nullptr;
     record.zeros = false;
-    if (header != nullptr) record.header = *header;
+    if (header != nullptr) std::swap(record.header, *header);  // the header read is used up
     else record.header = Header();
     record.bytes.assign(data, length);
     record.complete =
@@ -170,7 +171,7 @@ void RecordReader::take(Record& record, const Header* header, std::size_t textBe
     record.textBegin = textBegin;
     record.textEnd = record.complete ? length - 2 : length;
     const Segment& first = segmentAt(m_start);
-    record.file = first.file.name;
+    if (record.file != first.file.name) record.file = first.file.name;
     record.offset = first.offset + (m_start - first.at);
     record.date = dateOf(first, record);
     consume(length);

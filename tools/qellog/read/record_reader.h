@@ -68,7 +68,7 @@ private:
     // `segment` or after the line feed at `lineEnd` (offsets from m_start), and handing it out.
     Scan findEnd(std::size_t textBegin, bool headed, DataEnd end, std::size_t& length);
     Scan endAfterLine(std::size_t lineEnd, std::size_t textBegin, bool headed, DataEnd end);
-    void take(Record& record, const Header* header, std::size_t textBegin, std::size_t length,
+    void take(Record& record, Header* header, std::size_t textBegin, std::size_t length,
               bool cut);
     void consume(std::size_t length);
 
