@@ -16,6 +16,7 @@ needed=(abigail-tools lintian dpkg-dev pkg-config help2man file cmake ninja-buil
 bash .ci/install-missing.sh "${needed[@]}"
 
 bash .ci/install-missing.sh libre2-dev zlib1g-dev  # what qellog builds with
+
 work=$(mktemp -d /tmp/qel-packages.XXXXXX)
 purge() {
     dpkg --purge "${packages[@]}" >/dev/null 2>&1 || true
