@@ -17,6 +17,8 @@ packages=(qellog libqel-dev libqel1)
 needed=(abigail-tools lintian dpkg-dev pkg-config man-db file cmake ninja-build g++)
 bash .ci/install-missing.sh "${needed[@]}"
 
+bash .ci/install-missing.sh libre2-dev zlib1g-dev  # what qellog builds with
+
 work=$(mktemp -d /tmp/qel-packages.XXXXXX)
 purge() {
     dpkg --purge "${packages[@]}" >/dev/null 2>&1 || true
@@ -101,6 +103,11 @@ echo "---- install"
 dpkg -i "${debs[@]}"
 dpkg -L libqel1 | grep -q "^/usr/lib/x86_64-linux-gnu/libqel.so.1$"
 [ "$(/usr/bin/qellog --version)" = "qellog $(pkg-config --modversion qel)" ]
+# qellog runs with the RE2 and zlib it was built with: dpkg-shlibdeps must have found both.
+qellog_depends=$(dpkg-query -W -f='${Depends}' qellog)
+for library in libre2 zlib1g; do
+    [[ "$qellog_depends" == *"$library"* ]] || { echo "qellog does not depend on $library"; exit 1; }
+done
 version=$(pkg-config --modversion qel)
 
 # Each example logs to the console and into its log folder; its first record must show up.

@@ -86,6 +86,8 @@ set(CPACK_STRIP_FILES ON)
 # dpkg-shlibdeps finds the system libraries each package needs; the shlibs file of libqel1
 # gives every package built against it "libqel1 (>= VERSION)" in turn, and its ldconfig
 # trigger refreshes the loader's cache.
+# That is also how qellog comes to depend on RE2 and zlib (--grep and archives); building it
+# needs pkg-config, libre2-dev and zlib1g-dev, which .ci/packages.sh installs.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")

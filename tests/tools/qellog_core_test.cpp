@@ -71,6 +71,16 @@ TEST(QellogParsers, PruneArguments) {
                             {"prune", "logs", "-s", "1K", "-o", "0.5", "--dry-run"}, request));
     EXPECT_TRUE(request.hasTotal && request.hasAge && request.dryRun && !request.hasKeep &&
                 request.maxTotal == 1024 && request.days == 0.5 && request.folder == "logs");
+    // An age in days, or with a unit: s, m (minutes), h, d, w.
+    const struct { const char* age; double days; } ages[] = {  // days -1: refused
+        {"14d", 14}, {"36h", 1.5}, {"90m", 90.0 / 1440}, {"2w", 14}, {"30", 30}, {"1.5d", 1.5},
+        {"1e3", -1}, {"0x10", -1}, {"5x", -1}, {"h", -1}, {"", -1}, {"+1d", -1}, {"inf", -1}};
+    for (const auto& c : ages) {
+        PruneRequest r;
+        EXPECT_EQ(c.days < 0 ? 2 : 0, parseWords(parsePruneArguments, {"prune", "d", "-o", c.age},
+                                                 r));
+        EXPECT_NEAR(c.days < 0 ? 0 : c.days, r.days, 1e-9) << c.age;
+    }
 }
 
 TEST(PruneTest, TheOldestFilesGoBeyondEachLimit) {

@@ -59,8 +59,11 @@ TEST_F(QellogFindTest, OptionsSelectTheRecordsCatPrints) {
                        "Link down", "cam stopped"};
     const struct { std::vector<std::string> args; Texts texts; } cases[] = {
         {{}, all},
-        {{"--level", "warning"}, {"link slow", "frame lost\nsecond line", "Link down"}},
-        {{"-l", "e"}, {"frame lost\nsecond line", "Link down"}},
+        {{"--level", "warn"}, {"link slow", "frame lost\nsecond line", "Link down"}},
+        {{"-l", "I..W"}, {"cam started", "link slow", "cam stopped"}},
+        {{"-l", "..information"}, {"cam started", "retry", "cam stopped"}},
+        {{"-l", "debug..V"}, {"retry"}},
+        {{"-l", "ERR"}, {"frame lost\nsecond line", "Link down"}},
         {{"-m", "net"}, {"link slow", "retry"}},
         {{"-m", "n?t*", "--module", "nobody"}, {"link slow", "retry", "Link down"}},
         {{"--since", "2026-11-16 23:59:59.999"},
@@ -74,6 +77,7 @@ TEST_F(QellogFindTest, OptionsSelectTheRecordsCatPrints) {
         // The text ends before the record's empty line; a line feed in it is no line end.
         {{"--grep", "slow$|lost$"}, {"link slow"}},
         {{"--grep", "line$"}, {"frame lost\nsecond line"}},
+        {{"--grep", "lost.second"}, {"frame lost\nsecond line"}},
         {{"-l", "W", "--since", "2026-11-17", "--grep", "down|lost"}, {"Link down"}},
         {{"-n", "2"}, {"Link down", "cam stopped"}},
         {{"--lines", "1", "-l", "W", "--tid", "200"}, {"link slow"}},
@@ -86,6 +90,19 @@ TEST_F(QellogFindTest, OptionsSelectTheRecordsCatPrints) {
 }
 
 TEST_F(QellogFindTest, ColourIsAskedForOrFollowsTheTerminal) {
+    // Bare --color means always; a word after it is taken only when it is a colour word.
+    using Mode = qellog::ColourMode;
+    const struct { std::vector<std::string> args; Mode mode; std::string path; } parsed[] = {
+        {{"cat", "--color", "-n", "1", "logs"}, Mode::Always, "logs"},
+        {{"cat", "--color", "never", "logs"}, Mode::Never, "logs"},
+        {{"cat", "--color", "logs"}, Mode::Always, "logs"},
+        {{"cat", "--colour=auto", "logs"}, Mode::Auto, "logs"}};
+    for (const auto& c : parsed) {
+        qellog::ReadOptions options;
+        ASSERT_EQ(0, parseWords(qellog::parseReadOptions, c.args, qellog::ReadCommand::Cat, "",
+                                options));
+        EXPECT_TRUE(options.colour == c.mode && options.paths == Texts{c.path}) << c.args[2];
+    }
     const std::string coloured =
         "\x1b[36m[cam][V" QELTEST_VERSION " \x1b[0m\x1b[32mI\x1b[0m\x1b[36m 00:00:02:0 100]\x1b[0m"
         "cam stopped\n\n";
@@ -102,7 +119,6 @@ TEST_F(QellogFindTest, ColourIsAskedForOrFollowsTheTerminal) {
         noColour != nullptr ? setenv("NO_COLOR", noColour, 1) : unsetenv("NO_COLOR");
         return qellog::colourWanted(mode, screen);
     };
-    using Mode = qellog::ColourMode;
     EXPECT_TRUE(wanted(Mode::Auto, nullptr) && wanted(Mode::Auto, "") && wanted(Mode::Always, "1"));
     EXPECT_FALSE(wanted(Mode::Auto, "1") || wanted(Mode::Never, nullptr));
     unsetenv("NO_COLOR");
@@ -161,7 +177,10 @@ TEST_F(QellogFindTest, CommandLineTraps) {
         {{"-l", "warning", "--", "logs"}, 0, "[qellog][V" QELTEST_VERSION " W ", ""},
         {{"follow", kFirst}, 1, "", "-00-0.log': Not a directory (to read one file: qellog cat"},
         {{"follow", "-n", "1", "--state", "s", "logs"}, 2, "", "takes --lines or --state"},
-        {{"cat", "--level", "loud", "logs"}, 2, "", "bad value 'loud' for --level"},
+        {{"cat", "--level", "E..W", "logs"}, 2, "", "bad value 'E..W' for --level"},
+        {{"cat", "-f", "logs"}, 2, "", "unknown option '-f': to print new records as they come, "
+                                       "use qellog follow DIR"},
+        {{"follow", "-"}, 2, "", "follow reads a folder, not standard input"},
         {{"prune", "logs", "-k", "1", "-n"}, 2, "", "unknown option '-n'"},
         // The wiring from the parsers (tested in this process) to exit status and output.
         {{"cat", "--bogus", "logs"}, 2, "",
@@ -186,7 +205,11 @@ TEST(QellogFindParsers, TimeSpecsAreReadRelativeToNow) {
         {"09:05", civilMs(2026, 11, 17, 9 * 3600000 + 5 * 60000)},
         {"2026-11-16 23:59:59.5", civilMs(2026, 11, 16, 86399500)},
         {"2026-11-16", civilMs(2026, 11, 16, 0)}, {"24:00", -1}, {"-10", -1}, {"-5 min", -1},
-        {"2026-13-01", -1}, {"9:05", -1}, {"2026-11-16 10", -1}, {"", -1}};
+        {"2026-13-01", -1}, {"9:05", -1}, {"2026-11-16 10", -1}, {"", -1},
+        {"2028-02-29", civilMs(2028, 2, 29, 0)}, {"2026-02-29", -1}, {"2026-02-30 10:00", -1},
+        {"2026-04-31", -1}, {"2026-00-10", -1}, {"2026-01-00", -1},
+        {"today", civilMs(2026, 11, 17, 0)}, {"yesterday", civilMs(2026, 11, 16, 0)},
+        {"-90m", now - 90 * 60000}, {"-1.5h", now - 5400000}, {"-1w", now - 7 * 86400000}};
     for (const auto& t : times) {
         std::int64_t ms = -1;
         EXPECT_EQ(t.ms != -1, qellog::parseTimeSpec(t.text, now, ms)) << t.text;

@@ -124,14 +124,17 @@ struct Follower {
 
 class QellogTest : public ::testing::Test {
 protected:
-    // Runs the tool in the test's folder, `input` on its standard input from a regular file.
-    ChildResult run(const std::vector<std::string>& args, const std::string& input = "") {
+    // Runs the tool in the test's folder, `input` on its standard input from a regular file;
+    // `setup` (limits, say) runs in the child just before the tool starts.
+    ChildResult run(const std::vector<std::string>& args, const std::string& input = "",
+                    const std::function<void()>& setup = nullptr) {
         const std::string inputPath = (m_dir / "stdin.txt").string();
         writeFile(inputPath, input);
         std::vector<char*> argv = argvOf(args, QELLOG_PATH);  // made before the fork
         return runChild([&] {
             const int in = open(inputPath.c_str(), O_RDONLY);
             if (in < 0 || dup2(in, STDIN_FILENO) < 0 || chdir(m_dir.c_str()) != 0) return 126;
+            if (setup) setup();
             execv(QELLOG_PATH, argv.data());
             return 127;
         });

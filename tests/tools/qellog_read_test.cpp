@@ -88,7 +88,7 @@ TEST_F(QellogReadTest, FollowKeepsADamagedStateFileAsideAndPrintsEverythingAgain
     EXPECT_EQ(4u, follower.lines(4));
     EXPECT_EQ(0, follower.stop(SIGTERM));
     const std::string state = m_dir / "state";
-    EXPECT_EQ("qellog: the state file '" + state + "' is empty or damaged (kept as '" + state +
+    EXPECT_EQ("qellog: the state file '" + state + "' is damaged (kept as '" + state +
                   ".bad'); printing every record of the folder again\n",
               readFile(follower.out + ".err"));
     EXPECT_EQ(cut, readFile(state + ".bad"));

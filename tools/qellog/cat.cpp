@@ -2,12 +2,15 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 #include "commands.h"
 #include "output.h"
+#include "read/byte_source.h"
 #include "read/folder_reader.h"
 #include "read_options.h"
 #include "selection.h"
@@ -16,16 +19,18 @@ namespace qellog {
 namespace {
 
 const char kCatUsage[] =
-    "Usage: qellog cat [OPTION]... DIR|FILE...\n"
+    "Usage: qellog cat [OPTION]... DIR|FILE|-...\n"
     "Print the records of the log files in each DIR (oldest file first) and of each FILE,\n"
-    "whole: a record that the size limit split between two files is joined again.\n"
+    "whole: a record that the size limit split between two files is joined again. A FILE\n"
+    "ending in .gz is read compressed; - reads standard input.\n"
     "\n"
     "  -j, --json           one JSON object per line and record: module, version, level,\n"
     "                       time, tid, text, file, date, ts (date and time with the zone\n"
     "                       offset of this machine)\n"
     "  -n, --lines N        only the last N records (of those selected)\n"
-    "      --color WHEN     colour the level and header: auto (on a terminal, unless\n"
-    "                       NO_COLOR is set; the default), always or never\n"
+    "      --color[=WHEN]   colour the level and header: WHEN is auto (on a terminal,\n"
+    "                       unless NO_COLOR is set; the default), always (also when WHEN is\n"
+    "                       left out) or never\n"
     "  -h, --help           print this help and exit\n"
     "\n"
     "Bytes that are not a whole record (the start of a folder whose older files were\n"
@@ -37,19 +42,31 @@ const char kCatUsage[] =
 int runCat(int argc, char** argv) {
     ReadOptions options;
     const int parsed = parseReadOptions(argc, argv, ReadCommand::Cat, kCatUsage, options);
-    if (parsed != 0) return parsed < 0 ? 0 : parsed;
+    if (parsed != kExitSuccess) return parsed == kHelpPrinted ? kExitSuccess : parsed;
     RecordPrinter printer(options.json,
                           !options.json && colourWanted(options.colour, STDOUT_FILENO));
     Selection selection(options.filter, [&](const Record& record) { printer.print(record); },
                         options.hasLines, options.lines);
+    // The last N records: a first reading counts them, a second prints them, so that nothing
+    // is held however many there are. Standard input can be read once only: there the last N
+    // are held.
+    if (options.hasLines &&
+        std::find(options.paths.begin(), options.paths.end(), kStandardInput) ==
+            options.paths.end()) {
+        std::uint64_t passing = 0;
+        readPaths(
+            options.paths, [&](const Record& record) { passing += options.filter.matches(record); },
+            [](const ReadWarning&) {});  // the second reading tells them
+        selection.window(passing - std::min(passing, options.lines), options.lines);
+    }
     const bool read = readPaths(
         options.paths, [&](const Record& record) { selection.take(record); }, printWarning);
     selection.endTail();
     if (!printer.flush()) {
         std::fprintf(stderr, "qellog: cannot write the records: %s\n", std::strerror(errno));
-        return 1;
+        return kExitFailure;
     }
-    return read ? 0 : 1;
+    return read ? kExitSuccess : kExitFailure;
 }
 
 }  // namespace qellog

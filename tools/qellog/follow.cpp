@@ -16,6 +16,7 @@
 #include "read/follow_state.h"
 #include "read_options.h"
 #include "selection.h"
+#include "state_file.h"
 
 namespace qellog {
 namespace {
@@ -28,9 +29,11 @@ const char kFollowUsage[] =
     "\n"
     "  -j, --json           one JSON object per line and record (see qellog cat --help)\n"
     "  -n, --lines N        start with the last N records (0: only new ones)\n"
-    "      --color WHEN     auto (the default), always or never (see qellog cat --help)\n"
+    "      --color[=WHEN]   auto (the default), always or never (see qellog cat --help)\n"
     "      --state FILE     start where the last run with this FILE stopped, and keep in it\n"
-    "                       how far this run got, so that each record is printed once\n"
+    "                       how far this run got, so that each record is printed once;\n"
+    "                       FILE lies outside DIR, and FILE.lock beside it keeps a second\n"
+    "                       follow off it\n"
     "  -h, --help           print this help and exit\n";
 
 // Without a watch on the folder (no inotify, or the folder is missing) it is looked at this
@@ -62,7 +65,9 @@ public:
     int run();
 
 private:
-    void resume();
+    // Loads the state file. Returns false (said on standard error) when the file is no state
+    // file (any more): it is left as it is.
+    bool resume();
     // One pass of the follower, then the records kept for -n once the catch-up is done.
     // Returns false when the output failed.
     bool pass();
@@ -79,22 +84,28 @@ private:
     long long m_savedMs = 0;
 };
 
-void FollowCommand::resume() {
+bool FollowCommand::resume() {
     const std::string& path = m_options.statePath;
-    if (path.empty()) return;
+    if (path.empty()) return true;
     FollowState state;
     std::string before;
     const StateLoad loaded = loadState(path, state, before);
     if (loaded == StateLoad::Loaded) m_follower.resume(state, before);
-    if (loaded != StateLoad::Bad) return;
+    if (loaded == StateLoad::Foreign) {  // replaced since it was checked: not ours to replace
+        std::fprintf(stderr, "qellog: the state file '%s' was replaced; left as it is\n",
+                     path.c_str());
+        return false;
+    }
+    if (loaded != StateLoad::Bad) return true;
     // Nothing is known of what was printed: print everything again rather than lose records;
     // the bad file stays for a look.
     const std::string kept = path + ".bad";
     rename(path.c_str(), kept.c_str());
     std::fprintf(stderr,
-                 "qellog: the state file '%s' is empty or damaged (kept as '%s'); printing "
-                 "every record of the folder again\n",
+                 "qellog: the state file '%s' is damaged (kept as '%s'); printing every record "
+                 "of the folder again\n",
                  path.c_str(), kept.c_str());
+    return true;
 }
 
 bool FollowCommand::pass() {
@@ -125,16 +136,16 @@ bool FollowCommand::save(bool now) {
 }
 
 int FollowCommand::run() {
-    resume();
+    if (!resume()) return kExitFailure;
     if (!m_wait.start()) {
         std::fprintf(stderr, "qellog: %s\n", std::strerror(errno));
-        return 1;
+        return kExitFailure;
     }
-    int status = 0;
+    int status = kExitSuccess;
     while (!FollowWait::stopAsked()) {
         m_wait.watch(m_options.paths[0]);
         if (!pass() || !save(false)) {
-            status = 1;
+            status = kExitFailure;
             break;
         }
         if (FollowWait::stopAsked()) break;
@@ -144,7 +155,7 @@ int FollowCommand::run() {
         m_wait.wait(timeout, kPassGapMs);
     }
     // Whatever was printed is out; the state says so, and the next run starts after it.
-    if (status == 0 && (!m_printer.flush() || !save(true))) status = 1;
+    if (status == kExitSuccess && (!m_printer.flush() || !save(true))) status = kExitFailure;
     return status;
 }
 
@@ -170,8 +181,18 @@ bool checkFolder(const char* folder) {
 int runFollow(int argc, char** argv) {
     ReadOptions options;
     const int parsed = parseReadOptions(argc, argv, ReadCommand::Follow, kFollowUsage, options);
-    if (parsed != 0) return parsed < 0 ? 0 : parsed;
-    if (!checkFolder(options.paths[0].c_str())) return 1;
+    if (parsed != kExitSuccess) return parsed == kHelpPrinted ? kExitSuccess : parsed;
+    if (!checkFolder(options.paths[0].c_str())) return kExitFailure;
+    StateFile state;
+    std::string error;
+    const int refused = options.statePath.empty()
+                            ? kExitSuccess
+                            : state.open(options.statePath, options.paths[0], error);
+    if (refused != kExitSuccess) {
+        std::fprintf(stderr, "qellog: cannot use the state file '%s': %s\n",
+                     options.statePath.c_str(), error.c_str());
+        return refused;
+    }
     FollowCommand command(options);
     return command.run();
 }

@@ -38,7 +38,7 @@ int explainAll() {
             }
         }
     }
-    return std::fflush(stdout) == 0 ? 0 : 1;
+    return std::fflush(stdout) == 0 ? qellog::kExitSuccess : qellog::kExitFailure;
 }
 
 int explain(int code) {
@@ -46,18 +46,19 @@ int explain(int code) {
     if (message == nullptr) {
         std::fprintf(stderr, "qellog: error code 0x%08X has no message\n",
                      static_cast<unsigned int>(code));
-        return 1;
+        return qellog::kExitFailure;
     }
     std::printf("%s\n", message);
-    return 0;
+    return qellog::kExitSuccess;
 }
 
-// Switches the file writer on as asked. Returns 0, or 1 when the asked place was refused
-// (logging then goes on in the working directory when a log file can be opened there).
+// Switches the file writer on as asked. Returns kExitSuccess, or kExitFailure when the asked
+// place was refused (logging then goes on in the working directory when a log file can be
+// opened there).
 int configureFiles(const qellog::Options& options) {
     if (options.folder != nullptr) {
         if (qelLogSetFileFolder(options.folder) == 0) {
-            return 0;
+            return qellog::kExitSuccess;
         }
         std::string reason = describe(*ErrnoLocal());
         const std::string problem = qellog::folderProblem(options.folder);
@@ -69,34 +70,16 @@ int configureFiles(const qellog::Options& options) {
         std::fprintf(stderr, "qellog: folder '%s' refused: %s; logging continues %s\n",
                      options.folder, reason.c_str(),
                      inWorkingDirectory ? "in the working directory" : "without a log file");
-        return 1;
+        return qellog::kExitFailure;
     }
     if (options.fileWriter && qelLogConfigFileWriter(true) != 0) {
         std::fprintf(stderr,
                      "qellog: no log file in the working directory: %s; logging continues "
                      "without a log file\n",
                      describe(*ErrnoLocal()).c_str());
-        return 1;
+        return qellog::kExitFailure;
     }
-    return 0;
-}
-
-// `qellog help [COMMAND]`: the help of the tool or of one command.
-int help(int argc, char** argv) {
-    if (argc < 3) {
-        std::fputs(qellog::usageText(), stdout);
-        return 0;
-    }
-    char helpOption[] = "--help";
-    char* arguments[] = {argv[2], helpOption, nullptr};
-    const std::string command = argv[2];
-    if (command == "cat") return qellog::runCat(2, arguments);
-    if (command == "follow") return qellog::runFollow(2, arguments);
-    if (command == "stats") return qellog::runStats(2, arguments);
-    if (command == "prune") return qellog::runPrune(2, arguments);
-    std::fprintf(stderr, "qellog: no command '%s': cat, follow, stats, prune (see qellog --help)\n",
-                 argv[2]);
-    return 2;
+    return qellog::kExitSuccess;
 }
 
 int run(const qellog::Options& options) {
@@ -122,7 +105,7 @@ int run(const qellog::Options& options) {
         qellog::logText(options.module, options.level, &text[0], length);
     } else if (const int error = qellog::logLines(STDIN_FILENO, options.module, options.level)) {
         std::fprintf(stderr, "qellog: cannot read standard input: %s\n", std::strerror(error));
-        status = 1;
+        status = qellog::kExitFailure;
     }
     return status;
 }
@@ -133,27 +116,27 @@ int main(int argc, char** argv) {
     // A first argument that names a subcommand reads log files instead of writing them (or
     // prints help); a message that starts with such a word is logged after "--".
     if (argc > 1) {
-        const std::string command = argv[1];
-        if (command == "cat") return qellog::runCat(argc - 1, argv + 1);
-        if (command == "follow") return qellog::runFollow(argc - 1, argv + 1);
-        if (command == "prune") return qellog::runPrune(argc - 1, argv + 1);
-        if (command == "stats") return qellog::runStats(argc - 1, argv + 1);
-        if (command == "help") return help(argc, argv);
+        if (const qellog::Subcommand* subcommand = qellog::findSubcommand(argv[1])) {
+            // Records go out in large writes (as large as the copy tools make), unless a person
+            // watches them come.
+            if (!isatty(STDOUT_FILENO)) std::setvbuf(stdout, nullptr, _IOFBF, 128 * 1024);
+            return subcommand->run(argc - 1, argv + 1);
+        }
     }
     qellog::Options options;
     std::string error;
     if (!qellog::parseOptions(argc, argv, options, error)) {
         std::fprintf(stderr, "qellog: %s\n", error.c_str());
-        return 2;
+        return qellog::kExitUsage;
     }
     switch (options.action) {
         case qellog::Options::Action::Help:
-            std::fputs(qellog::usageText(), stdout);
-            return 0;
+            std::fputs(qellog::usageText().c_str(), stdout);
+            return qellog::kExitSuccess;
         case qellog::Options::Action::Version:
             std::printf("qellog %d.%d.%d\n", QEL_VERSION_MAJOR, QEL_VERSION_MINOR,
                         QEL_VERSION_PATCH);
-            return 0;
+            return qellog::kExitSuccess;
         case qellog::Options::Action::Explain:
             return explain(options.explainCode);
         case qellog::Options::Action::ExplainList:
@@ -169,7 +152,7 @@ int main(int argc, char** argv) {
                      "qellog: '%s' is a folder: to read it, qellog cat %s (or follow); to log "
                      "it as a message, put -- before it\n",
                      options.words[0], options.words[0]);
-        return 2;
+        return qellog::kExitUsage;
     }
     return run(options);
 }

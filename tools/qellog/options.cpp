@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <cstring>
 
-#include "read/record_filter.h"
+#include "commands.h"
 #include "numbers.h"
+#include "read/record_filter.h"
 
 namespace qellog {
 namespace {
@@ -145,13 +146,8 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     return true;
 }
 
-const char* usageText() {
-    return "Usage: qellog [OPTION]... [MESSAGE]...\n"
-           "   or: qellog cat [OPTION]... DIR|FILE...\n"
-           "   or: qellog follow [OPTION]... DIR\n"
-           "   or: qellog stats [OPTION]... DIR|FILE...\n"
-           "   or: qellog prune DIR --keep N|--max-total SIZE|--older-than DAYS [--dry-run]\n"
-           "   or: qellog help [COMMAND]\n"
+std::string usageText() {
+    return "Usage: qellog [OPTION]... [MESSAGE]...\n" + subcommandUsage() +
            "Log MESSAGE as one record, or without MESSAGE each line of standard input as one\n"
            "record, on the console and, when switched on, into size-limited log files.\n"
            "\n"
@@ -170,12 +166,8 @@ const char* usageText() {
            "  -h, --help                 print this help and exit\n"
            "  -V, --version              print the library version and exit\n"
            "\n"
-           "Reading the log files back (qellog COMMAND --help for each):\n"
-           "  cat      the records, whole, oldest first; filters (--level, --module, --since,\n"
-           "           --until, --tid, --grep), -n N for the last N, --json, --color\n"
-           "  follow   the same, then each new record as the writer adds it\n"
-           "  stats    files, bytes, time span, records per level and module, warnings\n"
-           "  prune    delete the oldest log files beyond a count, size or age\n"
+           "Commands, which read the log files back (qellog help COMMAND for each):\n" +
+           subcommandSummaries() +
            "\n"
            "A record holds 2047 bytes of text: longer lines continue in the next records.\n"
            "A line feed ends a line; a carriage return stays in the text; a NUL byte is\n"

@@ -39,7 +39,7 @@ bool parseLevel(const char* text, QelLogLevel& level);
 bool parseCode(const char* text, int& code);
 
 // The text that --help prints.
-const char* usageText();
+std::string usageText();
 
 }  // namespace qellog
 

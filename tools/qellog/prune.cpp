@@ -8,10 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
@@ -20,7 +18,9 @@
 #include "commands.h"
 #include "numbers.h"
 #include "prune.h"
+#include "read/civil_time.h"
 #include "read/log_file.h"
+#include "time_spec.h"
 
 namespace qellog {
 namespace {
@@ -34,16 +34,18 @@ const char kPruneUsage[] =
     "  -k, --keep N                keep the N newest files\n"
     "  -s, --max-total SIZE[K|M|G|T]  keep the newest files that together hold at most\n"
     "                              SIZE bytes (K, M, G, T = 1024, 1024^2, ...)\n"
-    "  -o, --older-than DAYS       delete files last written more than DAYS days ago\n"
-    "                              (a decimal number, like 0.5)\n"
+    "  -o, --older-than AGE        delete files last written more than AGE ago: days\n"
+    "                              (a decimal number, like 0.5), or a number with a\n"
+    "                              unit s, m, h, d or w (90m, 36h, 14d)\n"
     "      --dry-run               print what would be deleted, delete nothing\n"
     "  -h, --help                  print this help and exit\n";
 
-bool parseDays(const char* text, double& days) {
-    char* end = nullptr;
-    errno = 0;
-    days = std::strtod(text, &end);
-    return *text != '\0' && *end == '\0' && errno == 0 && std::isfinite(days) && days >= 0;
+// An age: a number of days ("0.5"), or a number and a unit ("90m", "36h", "14d").
+bool parseAge(const char* text, double& days) {
+    std::int64_t ms = 0;
+    if (!parseDuration(text, kDayMs, ms)) return false;
+    days = static_cast<double>(ms) / kDayMs;
+    return true;
 }
 
 // Whether file `index` of `count` goes by one of the limits; `total` is what the files from
@@ -102,26 +104,26 @@ int parsePruneArguments(int argc, char** argv, PruneRequest& request) {
             case 's':
                 ok = request.hasTotal = parseSize(optarg, UINT64_MAX, request.maxTotal);
                 break;
-            case 'o': ok = request.hasAge = parseDays(optarg, request.days); break;
+            case 'o': ok = request.hasAge = parseAge(optarg, request.days); break;
             case 'n': request.dryRun = true; break;
-            case 'h': std::fputs(kPruneUsage, stdout); return -1;
+            case 'h': std::fputs(kPruneUsage, stdout); return kHelpPrinted;
             default: return optionError(c, argv, "prune");
         }
         if (!ok) {
             const char* option = c == 'k' ? "--keep" : c == 's' ? "--max-total" : "--older-than";
             std::fprintf(stderr, "qellog: bad value '%s' for %s (see qellog prune --help)\n",
                          optarg, option);
-            return 2;
+            return kExitUsage;
         }
     }
     if (optind + 1 != argc || !(request.hasKeep || request.hasTotal || request.hasAge)) {
         std::fprintf(stderr,
                      "qellog: prune needs one DIR and --keep, --max-total or --older-than (see "
                      "qellog prune --help)\n");
-        return 2;
+        return kExitUsage;
     }
     request.folder = argv[optind];
-    return 0;
+    return kExitSuccess;
 }
 
 std::vector<bool> selectForDeletion(const std::vector<PruneCandidate>& files,
@@ -145,18 +147,18 @@ std::vector<bool> selectForDeletion(const std::vector<PruneCandidate>& files,
 int runPrune(int argc, char** argv) {
     PruneRequest request;
     const int parsed = parsePruneArguments(argc, argv, request);
-    if (parsed != 0) return parsed < 0 ? 0 : parsed;
+    if (parsed != kExitSuccess) return parsed == kHelpPrinted ? kExitSuccess : parsed;
     std::vector<LogFile> files;
     std::string error;
     if (!listLogFiles(request.folder, files, error)) {
         std::fprintf(stderr, "qellog: cannot read folder '%s': %s\n", request.folder.c_str(),
                      error.c_str());
-        return 1;
+        return kExitFailure;
     }
     std::vector<PruneCandidate> candidates;
     for (const LogFile& file : files) candidates.push_back({file.size, file.modified});
     const std::vector<bool> doomed = selectForDeletion(candidates, request, std::time(nullptr));
-    int result = 0;
+    int result = kExitSuccess;
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (!doomed[i]) continue;
         if (request.dryRun) {
@@ -167,13 +169,13 @@ int runPrune(int argc, char** argv) {
             } else if (errno != ENOENT) {  // gone already: nothing left to do
                 std::fprintf(stderr, "qellog: cannot delete '%s': %s\n", files[i].path.c_str(),
                              std::strerror(errno));
-                result = 1;
+                result = kExitFailure;
             }
         } else {
             std::printf("deleted %s\n", files[i].path.c_str());
         }
     }
-    return std::fflush(stdout) == 0 ? result : 1;
+    return std::fflush(stdout) == 0 ? result : kExitFailure;
 }
 
 }  // namespace qellog

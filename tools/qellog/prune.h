@@ -17,8 +17,8 @@ struct PruneRequest {
     double days = 0;             // files last written longer ago go
 };
 
-// Reads prune's arguments (argv[0] is "prune"). Returns 0 when `request` is usable, 2 for a
-// usage error (reported on standard error), and -1 when help was printed (exit with 0).
+// Reads prune's arguments (argv[0] is "prune"). Returns kExitSuccess when `request` is usable,
+// kExitUsage for a usage error (reported on standard error), kHelpPrinted after the help.
 int parsePruneArguments(int argc, char** argv, PruneRequest& request);
 
 // What prune knows of one log file.

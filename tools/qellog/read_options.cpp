@@ -27,7 +27,7 @@ int badValue(const char* value, const char* option, ReadCommand command,
              const std::string& reason = "") {
     std::fprintf(stderr, "qellog: bad value '%s' for %s%s%s (see qellog %s --help)\n", value,
                  option, reason.empty() ? "" : ": ", reason.c_str(), commandName(command));
-    return 2;
+    return kExitUsage;
 }
 
 }  // namespace
@@ -44,8 +44,8 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
     std::string shortOptions = ":jl:m:ih";
     if (command != ReadCommand::Stats) {
         table.push_back({"lines", required_argument, nullptr, 'n'});
-        table.push_back({"color", required_argument, nullptr, kColour});
-        table.push_back({"colour", required_argument, nullptr, kColour});
+        table.push_back({"color", optional_argument, nullptr, kColour});
+        table.push_back({"colour", optional_argument, nullptr, kColour});
         shortOptions += "n:";
     }
     if (command == ReadCommand::Follow) {
@@ -64,9 +64,10 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
         switch (c) {
             case 'j': options.json = true; break;
             case 'l':
-                if (!parseLevelName(optarg, filter.minLevel)) {
+                if (!parseLevelRange(optarg, filter.minLevel, filter.maxLevel)) {
                     return badValue(optarg, "--level", command,
-                                    "expected V, I, W, E or verbose, info, warning, error");
+                                    "expected V, I, W, E (or verbose, info, warn, error) or a "
+                                    "range such as W..E");
                 }
                 break;
             case 'm': filter.modules.push_back(optarg); break;
@@ -75,8 +76,8 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
                 std::int64_t& ms = c == kSince ? filter.since : filter.until;
                 if (!parseTimeSpec(optarg, now, ms)) {
                     return badValue(optarg, c == kSince ? "--since" : "--until", command,
-                                    "expected yyyy-mm-dd [hh:mm[:ss[.fff]]], hh:mm[:ss], now or "
-                                    "-N{s,min,h,d}");
+                                    "expected yyyy-mm-dd [hh:mm[:ss[.fff]]], hh:mm[:ss], today, "
+                                    "yesterday, now or -N{s,m,h,d,w}");
                 }
                 (c == kSince ? filter.hasSince : filter.hasUntil) = true;
                 break;
@@ -99,7 +100,14 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
                 options.hasLines = true;
                 break;
             case kColour:
-                if (!parseColourMode(optarg, options.colour)) {
+                // Bare, it means always; "--color WHEN" takes the next argument only when it is
+                // one of the words, so that "--color DIR" still reads DIR.
+                if (optarg == nullptr && optind < argc &&
+                    parseColourMode(argv[optind], options.colour)) {
+                    ++optind;
+                } else if (optarg == nullptr) {
+                    options.colour = ColourMode::Always;
+                } else if (!parseColourMode(optarg, options.colour)) {
                     return badValue(optarg, "--color", command, "expected auto, always or never");
                 }
                 break;
@@ -107,7 +115,7 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
             case 'h':
                 std::fputs(usage, stdout);
                 std::fputs(selectionHelp(), stdout);
-                return -1;
+                return kHelpPrinted;
             default: return optionError(c, argv, commandName(command));
         }
     }
@@ -119,34 +127,41 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
     } else if (ignoreCase) {
         std::fprintf(stderr, "qellog: --ignore-case goes with --grep (see qellog %s --help)\n",
                      commandName(command));
-        return 2;
+        return kExitUsage;
     }
     if (options.hasLines && !options.statePath.empty()) {
         std::fprintf(stderr,
                      "qellog: follow takes --lines or --state, not both: with --state it goes "
                      "on where the last run stopped\n");
-        return 2;
+        return kExitUsage;
     }
     options.paths.assign(argv + optind, argv + argc);
     const bool one = command == ReadCommand::Follow;  // follow reads one folder
+    if (one && options.paths.size() == 1 && options.paths[0] == "-") {
+        std::fprintf(stderr, "qellog: follow reads a folder, not standard input (qellog cat - "
+                             "reads it)\n");
+        return kExitUsage;
+    }
     if (options.paths.empty() ||
         (one && (options.paths.size() > 1 || options.paths[0].empty()))) {
         std::fprintf(stderr, "qellog: %s needs %s (see qellog %s --help)\n",
                      commandName(command), one ? "one DIR" : "a DIR or FILE", commandName(command));
-        return 2;
+        return kExitUsage;
     }
-    return 0;
+    return kExitSuccess;
 }
 
 const char* selectionHelp() {
     return "\n"
            "Selecting records (all conditions given must hold):\n"
-           "  -l, --level L        this level and above: V, I, W, E or verbose, info, warning,\n"
-           "                       error, any case\n"
+           "  -l, --level L        this level and above: V, I, W, E, or verbose (debug), info,\n"
+           "                       warn(ing), err(or), any case; L..H: from L up to H (W..E,\n"
+           "                       ..I: up to I)\n"
            "  -m, --module NAME    this module; shell wildcards (* ? [...]), repeatable\n"
            "      --since TIME     records at or after TIME, and --until TIME at or before it:\n"
            "      --until TIME     yyyy-mm-dd [hh:mm[:ss[.fff]]], hh:mm[:ss[.fff]] (today),\n"
-           "                       now, or -N with s, min, h or d (-10min: ten minutes ago);\n"
+           "                       today, yesterday, now, or -N with s, m(in), h, d or w\n"
+           "                       (-10min: ten minutes ago);\n"
            "                       local times, compared with each record's date and time\n"
            "      --tid N          records of thread N\n"
            "      --grep REGEX     records whose text holds a match of the POSIX extended\n"

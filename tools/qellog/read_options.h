@@ -24,9 +24,9 @@ struct ReadOptions {
     std::vector<std::string> paths;  // DIR or FILE arguments
 };
 
-// Reads the arguments of `command` (argv[0] is its name). Returns 0 when `options` is usable,
-// 2 for a usage error (reported on standard error), -1 when --help was asked for (`usage` and
-// the selection options' help are printed then).
+// Reads the arguments of `command` (argv[0] is its name). Returns kExitSuccess when `options`
+// is usable, kExitUsage for a usage error (reported on standard error), kHelpPrinted when --help
+// was asked for (`usage` and the selection options' help are printed then).
 int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usage,
                      ReadOptions& options);
 

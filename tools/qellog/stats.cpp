@@ -22,7 +22,7 @@ namespace qellog {
 namespace {
 
 const char kStatsUsage[] =
-    "Usage: qellog stats [OPTION]... DIR|FILE...\n"
+    "Usage: qellog stats [OPTION]... DIR|FILE|-...\n"
     "Summarize the records of the log files in each DIR and of each FILE, read as qellog cat\n"
     "reads them: files and bytes, the time span, records per level and for the ten modules\n"
     "with most records, bytes that are not a record (pieces), and warnings.\n"
@@ -125,7 +125,7 @@ std::string RecordStats::json() const {
 int runStats(int argc, char** argv) {
     ReadOptions options;
     const int parsed = parseReadOptions(argc, argv, ReadCommand::Stats, kStatsUsage, options);
-    if (parsed != 0) return parsed < 0 ? 0 : parsed;
+    if (parsed != kExitSuccess) return parsed == kHelpPrinted ? kExitSuccess : parsed;
     RecordStats stats;
     std::vector<LogFile> files;
     const bool read = readPaths(
@@ -144,9 +144,9 @@ int runStats(int argc, char** argv) {
     std::fwrite(out.data(), 1, out.size(), stdout);
     if (std::fflush(stdout) != 0) {
         std::fprintf(stderr, "qellog: cannot write the summary: %s\n", std::strerror(errno));
-        return 1;
+        return kExitFailure;
     }
-    return read ? 0 : 1;
+    return read ? kExitSuccess : kExitFailure;
 }
 
 }  // namespace qellog

@@ -21,9 +21,18 @@ public:
     virtual long long read(char* buffer, std::size_t size) = 0;
 };
 
-// The bytes of the file at `path` from `offset` on. Null, with errno set, when the file
-// cannot be opened.
+// The path that names standard input, and the name its records carry.
+extern const char kStandardInput[];
+extern const char kStandardInputName[];
+
+// The bytes of the file at `path` from `offset` on: a file that starts as gzip does (a
+// rotated or shipped archive) decompressed, and kStandardInput ("-") from standard input,
+// decompressed when it is gzip, as it is when not (there `offset` must be 0). Null, with errno
+// set, when the file cannot be opened.
 std::unique_ptr<ByteSource> openFileSource(const std::string& path, std::uint64_t offset);
+
+// The reason that a source's read failed with `error` (its errno), for the operator.
+std::string sourceError(int error);
 
 // Hands every byte of `source` to `reader`. `drain` (when set) runs after each piece, so that
 // a large file need not be held whole. Returns the number of bytes handed in, or -1 with errno

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <iterator>
+#include <utility>
 
 #include "byte_source.h"
 #include "plan.h"
@@ -19,7 +21,10 @@ bool collectFiles(const std::vector<std::string>& paths, std::vector<LogFile>& f
     bool ok = true;
     for (const std::string& path : paths) {
         struct stat status;
-        if (stat(path.c_str(), &status) != 0) {
+        if (path == kStandardInput) {
+            files.push_back(logFileAt(path));
+            files.back().name = kStandardInputName;
+        } else if (stat(path.c_str(), &status) != 0) {
             onWarning({WarningKind::CannotRead, path, 0, std::strerror(errno)});
             ok = false;
         } else if (S_ISDIR(status.st_mode)) {
@@ -29,7 +34,8 @@ bool collectFiles(const std::vector<std::string>& paths, std::vector<LogFile>& f
                 onWarning({WarningKind::CannotReadFolder, path, 0, error});
                 ok = false;
             }
-            files.insert(files.end(), found.begin(), found.end());
+            files.insert(files.end(), std::make_move_iterator(found.begin()),
+                         std::make_move_iterator(found.end()));
         } else {
             files.push_back(logFileAt(path));
             statLogFile(files.back());
@@ -58,12 +64,12 @@ bool readPaths(const std::vector<std::string>& paths, const RecordSink& onRecord
         const LogFile& file = files[planned.index];
         reader.beginFile(file, 0, planned.continues);
         if (readInto(file.path, 0, reader, drain) < 0) {
-            onWarning({WarningKind::CannotRead, file.path, 0, std::strerror(errno)});
+            onWarning({WarningKind::CannotRead, file.path, 0, sourceError(errno)});
             ok = false;
         }
     }
     while (reader.next(record, DataEnd::Final)) onRecord(record);
-    if (read != nullptr) *read = files;
+    if (read != nullptr) *read = std::move(files);
     return ok;
 }
 

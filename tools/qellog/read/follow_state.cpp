@@ -12,6 +12,7 @@
 namespace qellog {
 namespace {
 
+const char kTagStart[] = "qellog-follow ";  // what every state file starts with
 const char kTag[] = "qellog-follow 2";
 const char kOldTag[] = "qellog-follow 1";
 const char kEnd[] = "end";  // the last line: a file without it was cut
@@ -32,9 +33,16 @@ StateLoad loadState(const std::string& path, FollowState& state, std::string& be
     state.clear();
     before.clear();
     std::ifstream in(path);
-    if (!in) return errno == ENOENT ? StateLoad::Missing : StateLoad::Bad;
+    // What cannot be read cannot be known to be a state file.
+    if (!in) return errno == ENOENT ? StateLoad::Missing : StateLoad::Foreign;
     std::string tag, line;
-    std::getline(in, tag);
+    if (!std::getline(in, tag)) return in.eof() ? StateLoad::Missing : StateLoad::Foreign;
+    const std::string start(kTagStart);
+    if (tag.compare(0, start.size(), start) != 0) {
+        // Cut within its first line, it may still have been one.
+        return start.compare(0, tag.size(), tag) == 0 && in.eof() ? StateLoad::Bad
+                                                                  : StateLoad::Foreign;
+    }
     if (tag == kOldTag) {
         std::string name, refFile;
         FileProgress progress;
@@ -71,7 +79,7 @@ bool saveState(const std::string& path, const FollowState& state) {
              << entry.second.refMs << "\n";
     }
     text << kEnd << "\n";
-    const std::string temporary = path + ".tmp";
+    const std::string temporary = temporaryStatePath(path);
     const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0) return false;
     const bool written = writeAll(fd, text.str()) && fsync(fd) == 0;
@@ -89,6 +97,10 @@ bool saveState(const std::string& path, const FollowState& state) {
         close(dir);
     }
     return true;
+}
+
+std::string temporaryStatePath(const std::string& path) {
+    return path + ".tmp." + std::to_string(getpid());
 }
 
 }  // namespace qellog

@@ -16,10 +16,12 @@ HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
                              std::size_t* length) {
     TextCursor c{data, size, at};
     unsigned long major, minor, patch, hours, minutes, seconds, millis, tid;
+    const std::size_t versionBegin = at + 3;
     if (!c.literal("][V") || !c.number(1, 4, major) || !c.literal(".") ||
         !c.number(1, 4, minor) || !c.literal(".") || !c.number(1, 4, patch) || !c.literal(" ")) {
         return c.partial ? HeaderMatch::Partial : HeaderMatch::No;
     }
+    const std::size_t versionEnd = c.at - 1;
     if (c.at >= size) return HeaderMatch::Partial;
     const char level = data[c.at++];
     if (std::strchr("VIWE?", level) == nullptr || level == '\0') return HeaderMatch::No;
@@ -36,8 +38,7 @@ HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
     if (hours > 23 || minutes > 59 || seconds > 60 || tid > 0xFFFFFFFFul) return HeaderMatch::No;
     if (header != nullptr) {
         header->module.assign(data + 1, at - 1);
-        header->version = std::to_string(major) + "." + std::to_string(minor) + "." +
-                          std::to_string(patch);
+        header->version.assign(data + versionBegin, versionEnd - versionBegin);
         header->level = level;
         header->time.assign(data + timeBegin, timeEnd - timeBegin);
         header->threadId = tid;

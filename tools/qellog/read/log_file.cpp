@@ -50,6 +50,9 @@ LogFile logFileAt(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     file.name = slash == std::string::npos ? path : path.substr(slash + 1);
     file.named = parseLogFileName(file.name, file.time);
+    const std::size_t stem = file.name.size() - 3;
+    file.dated = file.named || (file.name.size() > 3 && file.name.compare(stem, 3, ".gz") == 0 &&
+                                parseLogFileName(file.name.substr(0, stem), file.time));
     return file;
 }
 

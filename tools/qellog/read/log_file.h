@@ -23,6 +23,8 @@ struct LogFile {
     std::string path;  // folder and name
     std::string name;  // name only
     bool named = false;  // the name has the writer's pattern; `time` holds its time
+    bool dated = false;  // `time` holds the time in the name: named, or an archive of such a
+                         // file (QelLog<date-time>.log.gz), which is never joined with others
     FileTime time;
     // What the file system said when the file was listed (zero when it was not asked).
     std::uint64_t size = 0;
@@ -30,8 +32,8 @@ struct LogFile {
     std::int64_t modified = 0;  // seconds since 1970
 };
 
-// The entry for the file at `path` (a folder, if any, and a name); `named` and `time` tell
-// whether and when the writer made its name.
+// The entry for the file at `path` (a folder, if any, and a name); `named`, `dated` and `time`
+// tell whether and when the writer made its name.
 LogFile logFileAt(const std::string& path);
 // `name` in `folder`, with one "/" between them.
 std::string pathIn(const std::string& folder, const std::string& name);

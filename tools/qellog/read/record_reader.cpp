@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "civil_time.h"
 
@@ -50,7 +51,7 @@ void RecordReader::setReference(const std::string& file, std::int64_t ms) {
 // more than twelve hours is on the next day, and a record made just before midnight but
 // written into a file named just after it stays on its own day.
 std::string RecordReader::dateOf(const Segment& segment, const Record& record) {
-    if (!segment.file.named) return std::string();
+    if (!segment.file.dated) return std::string();
     if (m_refFile != segment.file.name) {
         const FileTime& t = segment.file.time;
         m_refFile = segment.file.name;
@@ -66,7 +67,13 @@ std::string RecordReader::dateOf(const Segment& segment, const Record& record) {
         }
         m_refMs = best;
     }
-    return civilDate(m_refMs);
+    // Records come day after day: the text of a day is made once.
+    const std::int64_t day = floorDiv(m_refMs, kDayMs);
+    if (m_dateText.empty() || day != m_dateDay) {
+        m_dateDay = day;
+        m_dateText = civilDate(m_refMs);
+    }
+    return m_dateText;
 }
 
 namespace {
@@ -82,7 +89,7 @@ RecordReader::Scan endBefore(HeaderMatch match, DataEnd end) {
 }  // namespace
 
 RecordReader::Scan RecordReader::endAfterLine(std::size_t lineEnd, std::size_t textBegin,
-                                              bool headed, DataEnd end) const {
+                                              bool headed, DataEnd end) {
     const char* data = m_buffer.data() + m_start;
     const std::size_t size = m_buffer.size() - m_start;
     // A record ends with an empty line; a piece may also end with a plain line feed.
@@ -94,7 +101,10 @@ RecordReader::Scan RecordReader::endAfterLine(std::size_t lineEnd, std::size_t t
         const bool ends = end == DataEnd::Final || (end == DataEnd::Quiet && quietEnd);
         return ends ? Scan::Found : Scan::Wait;
     }
-    return endBefore(matchHeader(data + after, size - after, nullptr, nullptr), end);
+    const HeaderMatch next =
+        matchHeader(data + after, size - after, &m_ahead.header, &m_ahead.length);
+    if (next == HeaderMatch::Yes) m_ahead.at = m_start + after;
+    return endBefore(next, end);
 }
 
 RecordReader::Scan RecordReader::findEnd(std::size_t textBegin, bool headed, DataEnd end,
@@ -145,12 +155,15 @@ RecordReader::Scan RecordReader::findEnd(std::size_t textBegin, bool headed, Dat
     return end == DataEnd::Final ? Scan::Found : Scan::Wait;
 }
 
-void RecordReader::take(Record& record, const Header* header, std::size_t textBegin,
+void RecordReader::take(Record& record, Header* header, std::size_t textBegin,
                         std::size_t length, bool cut) {
     const char* data = m_buffer.data() + m_start;
-    record = Record();
+    // Field by field rather than a fresh Record: a caller that passes the same one each time
+    // keeps the memory of its strings.
     record.headed = header != nullptr;
-    if (header != nullptr) record.header = *header;
+    record.zeros = false;
+    if (header != nullptr) std::swap(record.header, *header);  // the header read is used up
+    else record.header = Header();
     record.bytes.assign(data, length);
     record.complete =
         length >= textBegin + 2 && data[length - 1] == '\n' && data[length - 2] == '\n';
@@ -158,7 +171,7 @@ void RecordReader::take(Record& record, const Header* header, std::size_t textBe
     record.textBegin = textBegin;
     record.textEnd = record.complete ? length - 2 : length;
     const Segment& first = segmentAt(m_start);
-    record.file = first.file.name;
+    if (record.file != first.file.name) record.file = first.file.name;
     record.offset = first.offset + (m_start - first.at);
     record.date = dateOf(first, record);
     consume(length);
@@ -176,9 +189,16 @@ bool RecordReader::next(Record& record, DataEnd end) {
         record.zeros = true;
         return true;
     }
+    // The search for this record's end reads the next header into m_ahead: this one moves out.
     Header header;
-    std::size_t headerLength = 0;
-    const HeaderMatch start = matchHeader(m_buffer.data() + m_start, size, &header, &headerLength);
+    std::size_t headerLength = m_ahead.length;
+    HeaderMatch start = HeaderMatch::Yes;
+    if (m_ahead.at == m_start) {
+        std::swap(header, m_ahead.header);
+        m_ahead.at = std::string::npos;
+    } else {
+        start = matchHeader(data, size, &header, &headerLength);
+    }
     if (start == HeaderMatch::Partial && end != DataEnd::Final) return false;
     const bool headed = start == HeaderMatch::Yes;
     const std::size_t textBegin = headed ? headerLength : 0;
@@ -203,6 +223,8 @@ void RecordReader::consume(std::size_t length) {
         first.at = m_start;
     }
     for (Segment& segment : m_segments) segment.at -= m_start;
+    m_ahead.at = m_ahead.at != std::string::npos && m_ahead.at >= m_start ? m_ahead.at - m_start
+                                                                         : std::string::npos;
     m_buffer.erase(0, m_start);
     m_start = 0;
 }

@@ -67,8 +67,8 @@ private:
     // The steps of next(): where the record at m_start ends, whether it ends before the file
     // `segment` or after the line feed at `lineEnd` (offsets from m_start), and handing it out.
     Scan findEnd(std::size_t textBegin, bool headed, DataEnd end, std::size_t& length);
-    Scan endAfterLine(std::size_t lineEnd, std::size_t textBegin, bool headed, DataEnd end) const;
-    void take(Record& record, const Header* header, std::size_t textBegin, std::size_t length,
+    Scan endAfterLine(std::size_t lineEnd, std::size_t textBegin, bool headed, DataEnd end);
+    void take(Record& record, Header* header, std::size_t textBegin, std::size_t length,
               bool cut);
     void consume(std::size_t length);
 
@@ -78,6 +78,15 @@ private:
     std::vector<Segment> m_segments;
     std::string m_refFile;
     std::int64_t m_refMs = 0;
+    std::int64_t m_dateDay = 0;  // the day of m_dateText, when that is not empty
+    std::string m_dateText;
+    // The header found after the end of a record, which starts the next one: read once. More
+    // bytes never undo a header found, so it holds until the buffer moves.
+    struct Ahead {
+        std::size_t at = std::string::npos;  // index in m_buffer; npos: none
+        Header header;
+        std::size_t length = 0;
+    } m_ahead;
 };
 
 }  // namespace qellog

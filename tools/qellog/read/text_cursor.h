@@ -39,17 +39,18 @@ struct TextCursor {
     // Moves past `minDigits` to `maxDigits` decimal digits and gives their value.
     bool number(int minDigits, int maxDigits, unsigned long& value) {
         value = 0;
-        int count = 0;
-        while (count < maxDigits) {
-            if (at >= size) {
-                partial = true;
-                return false;
-            }
-            if (!isDigit(data[at])) break;
-            value = value * 10 + static_cast<unsigned long>(data[at++] - '0');
-            ++count;
+        const std::size_t begin = at;
+        const std::size_t end = size - at < static_cast<std::size_t>(maxDigits) ? size
+                                                                               : at + maxDigits;
+        for (; at < end && isDigit(data[at]); ++at) {
+            value = value * 10 + static_cast<unsigned long>(data[at] - '0');
         }
-        return count >= minDigits;
+        // The bytes ended before a byte that ends the number or the longest number allowed.
+        if (at == size && at - begin < static_cast<std::size_t>(maxDigits)) {
+            partial = true;
+            return false;
+        }
+        return at - begin >= static_cast<std::size_t>(minDigits);
     }
 };
 
