@@ -17,7 +17,7 @@ packages=(qellog libqel-dev libqel1)
 needed=(abigail-tools lintian dpkg-dev pkg-config man-db file cmake ninja-build g++)
 bash .ci/install-missing.sh "${needed[@]}"
 
-bash .ci/install-missing.sh libre2-dev zlib1g-dev  # what qellog builds with
+bash .ci/install-missing.sh  # what the build needs
 
 work=$(mktemp -d /tmp/qel-packages.XXXXXX)
 purge() {

@@ -11,7 +11,7 @@
 # Usage: .ci/rsyslog.sh [BUILD_DIR]   (default build; qel and qellog are built there)
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash .ci/install-missing.sh pkg-config libre2-dev zlib1g-dev  # what qellog builds with
+bash .ci/install-missing.sh  # what the build needs
 root=$PWD
 build=${1:-build}
 
