@@ -6,6 +6,7 @@
 #include <set>
 
 #include "byte_source.h"
+#include "writing_order.h"
 
 namespace qellog {
 
@@ -33,9 +34,8 @@ void FolderFollower::pass(const std::function<bool()>& stopAsked) {
     std::string error;
     if (!listLogFiles(m_folder, files, error)) files.clear();
     // The known files first: what they added since decides how the new ones join.
-    std::vector<std::size_t> fresh;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        const LogFile& file = files[i];
+    bool fresh = false;
+    for (const LogFile& file : files) {
         auto it = m_files.find(file.time);
         if (it != m_files.end() && it->second.file.inode != file.inode) {
             m_onWarning({WarningKind::Replaced, file.name, 0, ""});
@@ -43,13 +43,15 @@ void FolderFollower::pass(const std::function<bool()>& stopAsked) {
             it = m_files.end();
         }
         if (it == m_files.end()) {
-            fresh.push_back(i);
+            fresh = true;
             continue;
         }
+        const RecordedFacts facts = it->second.file.facts;  // read when it was taken up
         it->second.file = file;
+        it->second.file.facts = facts;
         if (!stopping()) read(it->second);  // a stop waits for no backlog
     }
-    if (!fresh.empty() && !stopping()) takeUp(files, fresh, stopping);
+    if (fresh && !stopping()) takeUp(files, stopping);
     forgetGone(files);
     for (auto& entry : m_files) {
         Tracked& t = entry.second;
@@ -70,28 +72,47 @@ void FolderFollower::pass(const std::function<bool()>& stopAsked) {
     }
 }
 
-void FolderFollower::takeUp(std::vector<LogFile>& files, const std::vector<std::size_t>& fresh,
-                            const std::function<bool()>& stopping) {
+void FolderFollower::takeUp(std::vector<LogFile> files, const std::function<bool()>& stopping) {
+    // Every file as cat reads it: with its facts, its shape, in the order of writing. A file
+    // not known yet is read as it is now; an empty one cannot be placed yet and is decided once
+    // it holds bytes, by then with all its facts (the writer sets them before the first byte).
+    std::map<std::string, FileShape> fresh;
+    for (LogFile& file : files) {
+        const auto known = m_files.find(file.time);
+        if (known != m_files.end()) {
+            file = known->second.file;
+            continue;
+        }
+        fresh[file.name] = shapeOf(file);
+        if (file.size > 0) file.facts = readRecordedFacts(file.path);
+    }
+    orderByWriting(files, 0, [](const ReadWarning&) {});
     std::vector<FileShape> shapes(files.size());
     std::vector<long> continues(files.size(), kContinuesNone);
     std::vector<bool> continued(files.size(), false);
     for (std::size_t i = 0; i < files.size(); ++i) {
         const auto known = m_files.find(files[i].time);
-        if (known != m_files.end()) {
-            files[i].size = known->second.file.size;
-            shapes[i] = known->second.shape;
-            continued[i] = !known->second.continuedBy.empty();
+        if (known == m_files.end()) {
+            shapes[i] = fresh[files[i].name];
+            if (files[i].size > 0) continues[i] = kUndecided;
+            continue;
+        }
+        const Tracked& t = known->second;
+        shapes[i] = t.shape;
+        continued[i] = !t.continuedBy.empty();
+        if (!continued[i] && t.shape.endsInside && t.read >= t.file.size) {
+            // Its end as it is now: which threads wrote last, for a headless file to come.
+            LogFile now = t.file;
+            shapes[i].tailThreads = shapeOf(now).tailThreads;
         }
     }
-    for (const std::size_t i : fresh) {
-        shapes[i] = shapeOf(files[i]);
-        // An empty file cannot be placed yet: it is decided once it holds bytes.
-        if (files[i].size > 0) continues[i] = kUndecided;
-    }
-    joinFiles(files, shapes, continues, continued);
+    joinFiles(files, shapes, continues, continued,
+              [this](const LogFile& file, const std::vector<const LogFile*>& alike) {
+                  m_onWarning({WarningKind::Guessed, file.name, 0, guessText(alike)});
+              });
     const std::set<std::uint64_t> sizes = rotationSizes(files, shapes);
-    for (const std::size_t i : fresh) {
-        if (files[i].size == 0 || stopping()) continue;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (fresh.count(files[i].name) == 0 || files[i].size == 0 || stopping()) continue;
         const auto before =
             continues[i] >= 0 ? m_files.find(files[continues[i]].time) : m_files.end();
         track(files[i], shapes[i], before != m_files.end() ? &before->second : nullptr, sizes);
@@ -139,6 +160,13 @@ void FolderFollower::startReader(Tracked& t) {
 void FolderFollower::read(Tracked& t) {
     if (!t.continuedBy.empty() || t.file.size <= std::max(t.read, t.printed)) return;
     if (t.reader == nullptr) startReader(t);
+    // The writer adds a zone line before the first record stamped under a new offset.
+    std::vector<ZoneRule> zones;
+    if (t.file.facts.present && readZoneRules(t.file.path, zones) &&
+        zones.size() != t.file.facts.zones.size()) {
+        t.file.facts.zones = zones;
+        t.reader->refreshFacts(t.file);
+    }
     const long long got = readInto(t.file.path, t.read, *t.reader, [&] { emit(t, DataEnd::More); });
     if (got > 0) {
         t.read += static_cast<std::uint64_t>(got);
