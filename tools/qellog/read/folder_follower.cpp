@@ -1,6 +1,7 @@
 #include "folder_follower.h"
 
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <set>
@@ -51,7 +52,22 @@ void FolderFollower::pass(const std::function<bool()>& stopAsked) {
         it->second.file.facts = facts;
         if (!stopping()) read(it->second);  // a stop waits for no backlog
     }
-    if (fresh && !stopping()) takeUp(files, stopping);
+    if (fresh && !stopping()) {
+        // A listing made while writers create files may miss a file made during it and hold one
+        // made after it: a second listing holds every file made before the first one ended, and
+        // of its new files those named before the first listing's newest are taken now (the
+        // others may miss files made before them, and wait for the next pass).
+        std::vector<LogFile> again;
+        std::set<std::string> listed;
+        for (const LogFile& file : files) listed.insert(file.name);
+        if (!files.empty() && listLogFiles(m_folder, again, error)) {
+            const FileTime newest = files.back().time;
+            for (const LogFile& file : again) {
+                if (file.time < newest && listed.insert(file.name).second) files.push_back(file);
+            }
+        }
+        takeUp(files, stopping);
+    }
     forgetGone(files);
     for (auto& entry : m_files) {
         Tracked& t = entry.second;
@@ -76,6 +92,8 @@ void FolderFollower::takeUp(std::vector<LogFile> files, const std::function<bool
     // Every file as cat reads it: with its facts, its shape, in the order of writing. A file
     // not known yet is read as it is now; an empty one cannot be placed yet and is decided once
     // it holds bytes, by then with all its facts (the writer sets them before the first byte).
+    std::set<std::string> listed;
+    for (const LogFile& file : files) listed.insert(file.name);
     std::map<std::string, FileShape> fresh;
     for (LogFile& file : files) {
         const auto known = m_files.find(file.time);
@@ -85,6 +103,21 @@ void FolderFollower::takeUp(std::vector<LogFile> files, const std::function<bool
         }
         fresh[file.name] = shapeOf(file);
         if (file.size > 0) file.facts = readRecordedFacts(file.path);
+    }
+    // A file whose recorded link names a file not listed yet (or one that waits) waits for the
+    // next pass.
+    for (bool more = true; more;) {
+        more = false;
+        for (auto it = files.begin(); it != files.end(); ++it) {
+            const std::string& link = it->facts.continues;
+            if (!link.empty() && listed.count(link) == 0 &&
+                access(pathIn(m_folder, link).c_str(), F_OK) == 0) {
+                listed.erase(it->name);
+                files.erase(it);
+                more = true;
+                break;
+            }
+        }
     }
     orderByWriting(files, 0, [](const ReadWarning&) {});
     std::vector<FileShape> shapes(files.size());

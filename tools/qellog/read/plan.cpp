@@ -141,6 +141,19 @@ void joinFiles(const std::vector<LogFile>& files, const std::vector<FileShape>& 
             join(i, recordedContinues(files[i], files, continued));
         }
     }
+    const auto splitBefore = [&](std::size_t i) {
+        return i > 0 && !continued[i - 1] && shapes[i - 1].endsInside &&
+               full(files[i - 1], sizes) && !files[i - 1].facts.present &&
+               sameProcess(process[i - 1], process[i]) && files[i].named;
+    };
+    // A file that is too short to tell whether it starts with a header goes on with a full file
+    // right before it, as any file does below; decided first, so that it is no candidate for a
+    // headless file.
+    for (std::size_t i = 0; i < count; ++i) {
+        if (continues[i] == kUndecided && shapes[i].partialHead && splitBefore(i)) {
+            join(i, static_cast<long>(i - 1));
+        }
+    }
     // Headless files next: a continuation of another writer's split may sort after a file
     // that starts with a header.
     for (std::size_t i = 0; i < count; ++i) {
@@ -151,10 +164,7 @@ void joinFiles(const std::vector<LogFile>& files, const std::vector<FileShape>& 
     }
     for (std::size_t i = 0; i < count; ++i) {
         if (continues[i] != kUndecided) continue;
-        const bool splitBefore = i > 0 && !continued[i - 1] && shapes[i - 1].endsInside &&
-                                 full(files[i - 1], sizes) && !files[i - 1].facts.present &&
-                                 sameProcess(process[i - 1], process[i]);
-        join(i, splitBefore && files[i].named ? static_cast<long>(i - 1) : kContinuesNone);
+        join(i, splitBefore(i) ? static_cast<long>(i - 1) : kContinuesNone);
     }
 }
 
@@ -203,8 +213,10 @@ FileShape shapeOf(LogFile& file) {
         shape.endsInside = true;
     }
     if (!head.empty()) {
-        shape.headless = matchHeader(head.data(), std::min(head.size(), kHeaderReach), nullptr,
-                                     nullptr) == HeaderMatch::No;
+        const HeaderMatch start =
+            matchHeader(head.data(), std::min(head.size(), kHeaderReach), nullptr, nullptr);
+        shape.headless = start == HeaderMatch::No;
+        shape.partialHead = start == HeaderMatch::Partial;
         headersIn(head.data(), head.size(), !shape.headless, shape.headThreads);
         headersIn(tail.data(), tail.size(), tailAt == 0, shape.tailThreads);
     }

@@ -15,6 +15,7 @@ namespace qellog {
 struct FileShape {
     bool headless = false;    // holds bytes and does not begin with a header
     bool endsInside = false;  // holds bytes and does not end with an empty line
+    bool partialHead = false;  // its bytes end before a header at its start could be decided
     // Where no facts are recorded, what tells which process wrote the file: the thread ids of
     // the headers near its start (after a headless start) and near its end.
     std::vector<unsigned long> headThreads, tailThreads;
