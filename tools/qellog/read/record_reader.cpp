@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "civil_time.h"
+#include "writing_order.h"
 
 namespace qellog {
 namespace {
@@ -66,9 +67,7 @@ std::string RecordReader::dateOf(const Segment& segment, Record& record) {
         m_refMs = civilMs(t.year, t.month, t.day,
                           ((t.hour * 60 + t.minute) * 60 + std::min(t.second, 59)) * 1000 +
                               t.millisecond);
-        // The name is the local time of the file's opening, under its first zone rule.
-        m_refUtc = facts.present ? m_refMs - facts.zones[0].offset * kSecondMs
-                                 : localToUtcMs(m_refMs);
+        m_refUtc = openedUtcMs(segment.file);
         m_hasRefUtc = true;
         m_rule = 0;
     }
