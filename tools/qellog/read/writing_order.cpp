@@ -72,8 +72,11 @@ void orderByWriting(std::vector<LogFile>& files, std::int64_t now, const Warning
         const std::string& boot = files[later.files[0]].facts.boot;
         for (std::size_t e = 0; e < k; ++e) {
             const Writer& earlier = *byStart[e];
-            if (files[earlier.files[0]].facts.boot != boot) continue;
-            if (later.last + later.shift < earlier.first + earlier.shift) {
+            const RecordedFacts& facts = files[earlier.files[0]].facts;
+            if (facts.boot != boot || facts.start == files[later.files[0]].facts.start) continue;
+            // Processes started at once may take their turns in any order: only a gap beyond
+            // that shows a step.
+            if (later.last + later.shift + kSlackMs < earlier.first + earlier.shift) {
                 later.shift = earlier.last + earlier.shift - later.first + 1;
                 onWarning({WarningKind::ClockWentBack, files[later.files[0]].name, 0, ""});
             }
