@@ -85,9 +85,9 @@ std::string RecordReader::dateOf(const Segment& segment, Record& record) {
 
 // The record's local time is m_refMs. With recorded zone rules, the writer stamped it under the
 // rule of the record before it or a later one, and under rule j only from that rule's first use
-// to the next rule's (a few seconds either way: threads whose stamps cross); in the hour that
-// repeats when daylight saving time ends two rules fit, and the one that follows the record
-// before most closely is taken. Without facts the reading zone's rules stand in.
+// on (a few seconds before: threads whose stamps cross); in the hour that repeats when daylight
+// saving time ends two rules fit, and the one that follows the record before most closely is
+// taken. Without facts the reading zone's rules stand in.
 void RecordReader::placeInRealTime(const RecordedFacts& facts, Record& record) {
     constexpr std::int64_t kCrossing = 2 * kSecondMs;
     const std::int64_t* previous = m_hasRefUtc ? &m_refUtc : nullptr;
@@ -99,8 +99,7 @@ void RecordReader::placeInRealTime(const RecordedFacts& facts, Record& record) {
         std::vector<std::size_t> rules;
         for (std::size_t j = m_rule; j < zones.size(); ++j) {
             const std::int64_t at = m_refMs - zones[j].offset * kSecondMs;
-            if (at >= zones[j].utc * kSecondMs - kCrossing &&
-                (j + 1 == zones.size() || at < zones[j + 1].utc * kSecondMs + kCrossing)) {
+            if (at >= zones[j].utc * kSecondMs - kCrossing) {
                 candidates.push_back(at);
                 rules.push_back(j);
             }

@@ -67,6 +67,7 @@ void orderByWriting(std::vector<LogFile>& files, std::int64_t now, const Warning
     });
     // A process that started later but whose files are all older than an earlier process's
     // first: the clock went back between them.
+    bool warned = false;
     for (std::size_t k = 0; k < byStart.size(); ++k) {
         Writer& later = *byStart[k];
         const std::string& boot = files[later.files[0]].facts.boot;
@@ -78,7 +79,8 @@ void orderByWriting(std::vector<LogFile>& files, std::int64_t now, const Warning
             // that shows a step.
             if (later.last + later.shift + kSlackMs < earlier.first + earlier.shift) {
                 later.shift = earlier.last + earlier.shift - later.first + 1;
-                onWarning({WarningKind::ClockWentBack, files[later.files[0]].name, 0, ""});
+                if (!warned) onWarning({WarningKind::ClockWentBack, files[later.files[0]].name});
+                warned = true;
             }
         }
         for (const std::size_t i : later.files) opened[i] += later.shift;
@@ -93,7 +95,6 @@ void orderByWriting(std::vector<LogFile>& files, std::int64_t now, const Warning
         const RecordedFacts& facts = files[slot].facts;
         if (facts.present) slot = writers[facts.writer].files[taken[facts.writer]++];
     }
-    bool warned = false;
     std::int64_t latest = INT64_MIN;
     std::vector<LogFile> ordered;
     for (std::size_t k = 0; k < count; ++k) {
