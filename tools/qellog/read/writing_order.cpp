@@ -21,7 +21,7 @@ std::int64_t nameLocalMs(const FileTime& t) {
 // One writer's files, known by its recorded facts.
 struct Writer {
     std::vector<std::size_t> files;  // indexes, in the order of their numbers
-    std::int64_t first = 0, last = 0;  // real times of the first and last opening
+    std::int64_t first = 0, last = 0;  // the earliest and latest real times of opening
     std::int64_t shift = 0;            // added to its files' times to order them
 };
 
@@ -55,9 +55,11 @@ void orderByWriting(std::vector<LogFile>& files, std::int64_t now, const Warning
         std::sort(w.files.begin(), w.files.end(), [&](std::size_t a, std::size_t b) {
             return files[a].facts.number < files[b].facts.number;
         });
-        w.first = opened[w.files.front()];
-        w.last = w.first;
-        for (const std::size_t i : w.files) w.last = std::max(w.last, opened[i]);
+        w.first = w.last = opened[w.files.front()];
+        for (const std::size_t i : w.files) {
+            w.first = std::min(w.first, opened[i]);
+            w.last = std::max(w.last, opened[i]);
+        }
         byStart.push_back(&w);
     }
     std::sort(byStart.begin(), byStart.end(), [&](const Writer* a, const Writer* b) {
@@ -79,7 +81,8 @@ void orderByWriting(std::vector<LogFile>& files, std::int64_t now, const Warning
             // that shows a step.
             if (later.last + later.shift + kSlackMs < earlier.first + earlier.shift) {
                 later.shift = earlier.last + earlier.shift - later.first + 1;
-                if (!warned) onWarning({WarningKind::ClockWentBack, files[later.files[0]].name});
+                const std::string& name = files[later.files[0]].name;
+                if (!warned) onWarning({WarningKind::ClockWentBack, name, 0, ""});
                 warned = true;
             }
         }
