@@ -9,29 +9,31 @@ using namespace qellog;
 namespace {
 
 // A file of a folder: a one-letter name, its size, its shape; what its writer recorded ('.':
-// nothing, '-': facts without a link, else the name of the file it continues); a thread id seen
-// in its headers (0: none).
-struct Row { char name; std::uint64_t size; bool headless, endsInside; char facts = '.'; int tid = 0; };
+// nothing, '-': facts without a link, else the letter of the file it continues, A the first);
+// a thread id seen in its headers (0: none).
+struct Row {
+    char name; std::uint64_t size; bool headless, endsInside; char facts = '.'; int tid = 0;
+};
 constexpr bool kHeadless = true, kHeaded = false, kInside = true, kAtEnd = false;
+
+std::string nameOf(int n) { return "QelLog2026-01-01-10-00-00-" + std::to_string(n) + ".log"; }
 
 // The names of `rows` in reading order, "+" before a file read as the continuation of the last,
 // "?" before one joined by a guess.
 std::string planOf(const std::vector<Row>& rows) {
     std::vector<LogFile> files;
-    std::vector<FileShape> shapes;
+    std::vector<FileShape> shapes(rows.size());
     for (const Row& row : rows) {
-        files.push_back(logFileAt("QelLog2026-01-01-10-00-00-" + std::to_string(files.size()) +
-                                  ".log"));
+        FileShape& shape = shapes[files.size()];
+        files.push_back(logFileAt(nameOf(static_cast<int>(files.size()))));
         files.back().size = row.size;
-        const std::string link = row.facts == '-' ? "" : std::string("QelLog2026-01-01-10-00-00-") +
-            std::to_string(row.facts - 'A') + ".log";
         if (row.facts != '.') {
-            parseRecordedFacts(std::string(36, 'b') + " 1 1", "1", link, "0 0 UTC\n",
+            parseRecordedFacts(std::string(36, 'b') + " 1 1", "1",
+                               row.facts == '-' ? "" : nameOf(row.facts - 'A'), "0 0 UTC\n",
                                files.back().facts);
         }
-        shapes.emplace_back();
-        shapes.back().headless = row.headless, shapes.back().endsInside = row.endsInside;
-        if (row.tid != 0) shapes.back().headThreads = shapes.back().tailThreads = {0ul + row.tid};
+        shape.headless = row.headless, shape.endsInside = row.endsInside;
+        if (row.tid != 0) shape.headThreads = shape.tailThreads = {0ul + row.tid};
     }
     std::string guessed, order;
     const auto guess = [&](const LogFile& f, const std::vector<const LogFile*>&) {
@@ -72,7 +74,6 @@ TEST(PlanTest, ReadsEachSplitRightAfterTheFileItContinuesAndJoinsNothingElse) {
         {"two full files that end inside a record: the newer is taken, with a warning",
          {{'A', 100, kHeaded, kInside}, {'B', 100, kHeaded, kInside}, {'C', 30, kHeadless, kAtEnd}},
          "A +B +?C"},
-        // Names are letters here: the link column names the file by its letter (A = first).
         {"a recorded link passes over another writer's newer full file",
          {{'A', 100, kHeaded, kInside, '-'}, {'X', 100, kHeaded, kInside},
           {'B', 30, kHeadless, kAtEnd, 'A'}},

@@ -1,6 +1,5 @@
-// Folders with the facts a writer records beside its files, set by the test: the order of
-// writing, ts, --since and prune across the hour that repeats in autumn and a clock that went
-// back between two runs; and the same folders with the facts gone.
+// Folders with writers' facts set by the test, and without them: the order of writing, ts,
+// --since and prune across the hour that repeats in autumn and a clock that went back.
 
 #include <sys/time.h>
 #include <sys/xattr.h>
@@ -22,13 +21,16 @@ protected:
     void TearDown() override { unsetenv("TZ"), tzset(); }
     // The file `name` holding `bytes`, last written at `modified` (seconds since 1970), with the
     // facts writer, number and zone.
-    void file(const std::string& name, const std::string& bytes, long modified, const Texts& facts) {
-        writeFile(m_dir / name, bytes);
+    void file(const std::string& name, const std::string& bytes, long modified,
+              const Texts& facts) {
+        const std::string path = m_dir / name;
+        writeFile(path, bytes);
         for (int i = 0; i < 3; ++i) {
-            setxattr((m_dir / name).c_str(), kFactNames[i], facts[i].data(), facts[i].size(), 0);
+            ASSERT_EQ(0, setxattr(path.c_str(), kFactNames[i], facts[i].data(), facts[i].size(),
+                                  0));
         }
         const timeval times[2] = {{modified, 0}, {modified, 0}};
-        utimes((m_dir / name).c_str(), times);
+        utimes(path.c_str(), times);
     }
     // "text ts" of each record that cat with `options` prints; `back` gets what was read.
     Texts timed(ReadBack& back, Texts options = {}) {
@@ -59,7 +61,8 @@ TEST_F(RecordedFactsTest, TheHourThatRepeatsIsReadInTheOrderOfWriting) {
                     recordBytes("c", "02:00:00:200") + recordBytes("d", "02:05:00:0"),
          1792890301, {kBoot + "10 100", "1", "1792888200 7200 CEST\n1792890000 3600 CET\n"});
     file("QelLog2026-10-25-02-10-00-0.log", recordBytes("e", "02:10:00:0") +
-         recordBytes("f", "02:40:00:0"), 1792892400, {kBoot + "10 100", "2", "1792890600 3600 CET\n"});
+         recordBytes("f", "02:40:00:0"), 1792892400,
+         {kBoot + "10 100", "2", "1792890600 3600 CET\n"});
     const Texts local = {"a 02:30:00.000+02:00", "b 02:59:59.500+02:00", "c 02:00:00.200+01:00",
                          "d 02:05:00.000+01:00", "e 02:10:00.000+01:00", "f 02:40:00.000+01:00"};
     ReadBack back, since, utc, bare;
@@ -74,9 +77,7 @@ TEST_F(RecordedFactsTest, TheHourThatRepeatsIsReadInTheOrderOfWriting) {
     EXPECT_EQ("would delete " + (m_dir / early).string() + "\n", pruned("1"));
     // Without the facts, the reading zone's rules and the times of last writing tell the same,
     // with a warning that the names are out of the order of writing.
-    for (const std::string& path : logFiles(m_dir)) {
-        for (const char* name : kFactNames) removexattr(path.c_str(), name);
-    }
+    dropFacts(m_dir);
     EXPECT_EQ(local, timed(bare));
     EXPECT_EQ(std::vector<qellog::WarningKind>{qellog::WarningKind::ClockWentBack},
               bare.warningKinds());

@@ -2,6 +2,8 @@
 
 #include <time.h>
 
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -75,7 +77,24 @@ std::string shownTimestamp(std::int64_t utcMs, std::int32_t offset) {
     return isoTimestamp(utcMs, offset);
 }
 
+namespace {
+
+// localtime_r reads TZ once: a zone changed since (--tz) is taken up here. Returns true when it
+// changed.
+bool zoneChanged() {
+    static std::string seen = "unset";
+    const char* zone = std::getenv("TZ");
+    const std::string now = zone != nullptr ? std::string("=") + zone : std::string();
+    if (now == seen) return false;
+    seen = now;
+    tzset();
+    return true;
+}
+
+}  // namespace
+
 std::int32_t zoneOffsetAt(std::int64_t utcMs) {
+    zoneChanged();
     const time_t seconds = static_cast<time_t>(floorDiv(utcMs, kSecondMs));
     tm local;
     localtime_r(&seconds, &local);
@@ -83,9 +102,15 @@ std::int32_t zoneOffsetAt(std::int64_t utcMs) {
 }
 
 std::vector<std::int32_t> zoneOffsetsOf(std::int64_t localMs) {
+    // Asked for every record: the offsets of the last local hour asked for are kept.
+    static std::int64_t cachedHour = INT64_MIN;
+    static std::vector<std::int32_t> offsets;
+    const std::int64_t hour = floorDiv(localMs, kHourMs);
+    if (!zoneChanged() && hour == cachedHour) return offsets;
+    cachedHour = hour;
     // Offsets run from -12 h to +14 h: the real time of `localMs` lies in that window, and an
     // offset is one it can have when the zone gives it at localMs - offset.
-    std::vector<std::int32_t> offsets;
+    offsets.clear();
     for (const std::int64_t probe : {localMs - 14 * kHourMs, localMs + 12 * kHourMs}) {
         const std::int32_t offset = zoneOffsetAt(probe);
         const bool holds = zoneOffsetAt(localMs - offset * kSecondMs) == offset;
@@ -100,8 +125,7 @@ std::int64_t localToUtcMs(std::int64_t localMs, const std::int64_t* previous) {
     for (const std::int32_t offset : zoneOffsetsOf(localMs)) {
         candidates.push_back(localMs - offset * kSecondMs);
     }
-    if (previous == nullptr) return candidates.back() < candidates.front() ? candidates.back()
-                                                                          : candidates.front();
+    if (previous == nullptr) return *std::min_element(candidates.begin(), candidates.end());
     return nearestAfter(candidates, previous);
 }
 
@@ -111,7 +135,8 @@ std::int64_t nearestAfter(const std::vector<std::int64_t>& candidates,
     if (previous == nullptr) return candidates.back();
     const std::int64_t* best = nullptr;
     for (const std::int64_t& c : candidates) {
-        if (c >= *previous - kCrossing && c - *previous <= kReach && (!best || c < *best)) best = &c;
+        const bool follows = c >= *previous - kCrossing && c - *previous <= kReach;
+        if (follows && (best == nullptr || c < *best)) best = &c;
     }
     if (best != nullptr) return *best;
     for (const std::int64_t& c : candidates) {
