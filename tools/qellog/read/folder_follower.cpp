@@ -171,9 +171,19 @@ void FolderFollower::track(const LogFile& file, const FileShape& shape, Tracked*
         tracked.reader = std::move(before->reader);
         tracked.reader->beginFile(file, 0, true);
         before->continuedBy = file.name;
+    } else if (file.facts.present) {
+        // The writer's file before this one grows no more: a record at its end that ends with
+        // its empty line is complete now, not after the settle time.
+        for (auto& entry : m_files) {
+            Tracked& last = entry.second;
+            if (last.file.facts.writer == file.facts.writer &&
+                last.file.facts.number + 1 == file.facts.number && last.reader != nullptr &&
+                !last.reader->endsInside()) {
+                emit(last, DataEnd::Quiet);
+            }
+        }
     } else if (!shape.headless && m_files.lower_bound(file.time) != m_files.begin()) {
-        // A full file before a new one that starts a record grows no more: a record at its
-        // end that ends with its empty line is complete now, not after the settle time.
+        // So does a full file before a new one that starts a record, by the names.
         Tracked& last = std::prev(m_files.lower_bound(file.time))->second;
         if (last.reader != nullptr && !last.reader->endsInside() &&
             sizes.count(last.file.size) > 0) {
