@@ -89,8 +89,8 @@ std::string recordJson(const Record& record) {
                      record.textEnd - record.textBegin);
     appendField(out, "file", record.file);
     appendField(out, "date", record.date);
-    std::int64_t ms = 0;
-    appendField(out, "ts", recordLocalMs(record, ms) ? isoTimestamp(ms) : std::string());
+    appendField(out, "ts", record.timed ? shownTimestamp(record.utcMs, record.zoneOffset)
+                                        : std::string());
     out += '}';
     return out;
 }

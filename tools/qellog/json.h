@@ -14,8 +14,8 @@ namespace qellog {
 void appendJsonString(std::string& out, const char* data, std::size_t size);
 
 // One record as a JSON object on one line (no line feed): module, version, level, time, tid,
-// text, file, date, ts (date and time with the reading machine's zone offset). A piece that
-// holds no record has empty header fields, an empty ts and a null tid.
+// text, file, date, ts (the real time of the record with an offset: see shownTimestamp). A
+// piece that holds no record has empty header fields, an empty ts and a null tid.
 std::string recordJson(const Record& record);
 
 }  // namespace qellog

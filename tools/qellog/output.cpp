@@ -52,6 +52,9 @@ std::string warningText(const ReadWarning& warning) {
         case WarningKind::ClockWentBack:
             return file + ": the clock went back while the files were written; the records may "
                           "not be in the order they were written";
+        case WarningKind::Guessed:
+            return file + " has no recorded facts and may continue any of " + warning.reason +
+                   ": joined to the first, a guess";
         case WarningKind::Replaced:
             return file + " was replaced by another file; reading the new one";
         case WarningKind::GoneUnread: return file + " is gone before it was read to its end";

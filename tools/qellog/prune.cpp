@@ -20,6 +20,7 @@
 #include "prune.h"
 #include "read/civil_time.h"
 #include "read/log_file.h"
+#include "read/writing_order.h"
 #include "time_spec.h"
 
 namespace qellog {
@@ -28,7 +29,9 @@ namespace {
 const char kPruneUsage[] =
     "Usage: qellog prune DIR LIMIT... [--dry-run]\n"
     "Delete the oldest log files in DIR beyond the LIMITs and print each one deleted.\n"
-    "Only files named QelLog<date-time>.log are looked at; the newest one is never deleted.\n"
+    "Only files named QelLog<date-time>.log are looked at, oldest first in the order they\n"
+    "were written (by the facts recorded beside them, else by their names' real times);\n"
+    "the newest one is never deleted.\n"
     "A file goes when any LIMIT says so.\n"
     "\n"
     "  -k, --keep N                keep the N newest files\n"
@@ -150,11 +153,14 @@ int runPrune(int argc, char** argv) {
     if (parsed != kExitSuccess) return parsed == kHelpPrinted ? kExitSuccess : parsed;
     std::vector<LogFile> files;
     std::string error;
-    if (!listLogFiles(request.folder, files, error)) {
+    if (!listLogFiles(request.folder, files, error, true)) {
         std::fprintf(stderr, "qellog: cannot read folder '%s': %s\n", request.folder.c_str(),
                      error.c_str());
         return kExitFailure;
     }
+    // Oldest first in the order of writing, as cat reads them: a writer's newest files stay
+    // however its names or file times went back (a clock step, the hour that repeats).
+    orderByWriting(files, std::time(nullptr), [](const ReadWarning&) {});
     std::vector<PruneCandidate> candidates;
     for (const LogFile& file : files) candidates.push_back({file.size, file.modified});
     const std::vector<bool> doomed = selectForDeletion(candidates, request, std::time(nullptr));

@@ -27,8 +27,9 @@ struct PruneCandidate {
     std::time_t modified = 0;  // 0: unknown (the file went away), never too old
 };
 
-// Which of `files` (oldest name first) go under `request`'s limits at time `now`. The newest
-// file and the one written to last (they differ after the clock went back) always stay.
+// Which of `files` (oldest first, in the order of writing) go under `request`'s limits at time
+// `now`. The newest file and the one written to last (they differ after the clock went back)
+// always stay.
 std::vector<bool> selectForDeletion(const std::vector<PruneCandidate>& files,
                                     const PruneRequest& request, std::time_t now);
 

@@ -1,19 +1,23 @@
 #include "read_options.h"
 
 #include <getopt.h>
+#include <sys/stat.h>
 
+#include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "commands.h"
 #include "numbers.h"
 #include "read/civil_time.h"
+#include "read/text_cursor.h"
 #include "time_spec.h"
 
 namespace qellog {
 namespace {
 
-enum : int { kSince = 256, kUntil, kThreadId, kGrep, kColour, kState };
+enum : int { kSince = 256, kUntil, kThreadId, kGrep, kColour, kState, kUtc, kZone };
 
 const char* commandName(ReadCommand command) {
     switch (command) {
@@ -30,6 +34,67 @@ int badValue(const char* value, const char* option, ReadCommand command,
     return kExitUsage;
 }
 
+// A zone that the C library knows: a file of the zone database, or a rule (a name of three
+// letters or more, or one in <>, then an offset), as TZ takes them. Anything else the C library
+// would take silently as UTC.
+bool knownZone(const char* zone) {
+    if (*zone == ':') ++zone;
+    if (*zone == '\0') return false;
+    const char* folder = std::getenv("TZDIR");
+    const std::string path =
+        *zone == '/' ? zone : std::string(folder != nullptr ? folder : "/usr/share/zoneinfo") +
+                                  "/" + zone;
+    struct stat status;
+    if (std::strstr(zone, "..") == nullptr && stat(path.c_str(), &status) == 0 &&
+        S_ISREG(status.st_mode)) {
+        return true;
+    }
+    const char* at = zone;
+    if (*at == '<') {
+        at = std::strchr(at, '>');
+        if (at == nullptr) return false;
+        ++at;
+    } else {
+        while (std::isalpha(static_cast<unsigned char>(*at))) ++at;
+        if (at - zone < 3) return false;
+    }
+    if (*at == '+' || *at == '-') ++at;
+    return isDigit(*at);
+}
+
+// --utc and --tz ZONE choose the zone in which the command line's times and the records of files
+// without recorded facts are read, and how real times are shown; they take effect before the
+// other options are read, wherever they stand.
+int applyReadingZone(int argc, char** argv, ReadCommand command) {
+    const char* zone = nullptr;
+    bool utc = false;
+    for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
+        if (std::strcmp(argv[i], "--utc") == 0) {
+            utc = true;
+        } else if (std::strncmp(argv[i], "--tz=", 5) == 0) {
+            zone = argv[i] + 5;
+        } else if (std::strcmp(argv[i], "--tz") == 0 && i + 1 < argc) {
+            zone = argv[++i];
+        }
+    }
+    if (utc && zone != nullptr) {
+        std::fprintf(stderr, "qellog: --utc and --tz exclude each other (see qellog %s --help)\n",
+                     commandName(command));
+        return 2;
+    }
+    if (zone != nullptr && !knownZone(zone)) {
+        return badValue(zone, "--tz", command,
+                        "no such time zone (a name such as Europe/Berlin, or a rule such as "
+                        "CET-1CEST,M3.5.0,M10.5.0/3)");
+    }
+    if (utc || zone != nullptr) {
+        setenv("TZ", utc ? "UTC0" : zone, 1);
+        tzset();
+    }
+    setTimeShown(utc ? TimeShown::Utc : zone != nullptr ? TimeShown::Zone : TimeShown::Writer);
+    return 0;
+}
+
 }  // namespace
 
 int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usage,
@@ -40,7 +105,8 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
         {"until", required_argument, nullptr, kUntil},
         {"tid", required_argument, nullptr, kThreadId},
         {"grep", required_argument, nullptr, kGrep}, {"ignore-case", no_argument, nullptr, 'i'},
-        {"help", no_argument, nullptr, 'h'}};
+        {"help", no_argument, nullptr, 'h'},         {"utc", no_argument, nullptr, kUtc},
+        {"tz", required_argument, nullptr, kZone}};
     std::string shortOptions = ":jl:m:ih";
     if (command != ReadCommand::Stats) {
         table.push_back({"lines", required_argument, nullptr, 'n'});
@@ -53,6 +119,7 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
     }
     table.push_back({nullptr, 0, nullptr, 0});
 
+    if (const int refused = applyReadingZone(argc, argv, command)) return refused;
     const std::int64_t now = localNowMs();
     const char* pattern = nullptr;
     bool ignoreCase = false;
@@ -112,6 +179,8 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
                 }
                 break;
             case kState: options.statePath = optarg; break;
+            case kUtc:
+            case kZone: break;  // taken before the others, see applyReadingZone
             case 'h':
                 std::fputs(usage, stdout);
                 std::fputs(selectionHelp(), stdout);
@@ -119,6 +188,9 @@ int parseReadOptions(int argc, char** argv, ReadCommand command, const char* usa
             default: return optionError(c, argv, commandName(command));
         }
     }
+    // The command line's times are local times of the reading zone; records carry real ones.
+    if (filter.hasSince) filter.since = localToUtcMs(filter.since);
+    if (filter.hasUntil) filter.until = localToUtcMs(filter.until);
     if (pattern != nullptr) {
         std::string error;
         if (!filter.setPattern(pattern, ignoreCase, error)) {
@@ -162,10 +234,16 @@ const char* selectionHelp() {
            "      --until TIME     yyyy-mm-dd [hh:mm[:ss[.fff]]], hh:mm[:ss[.fff]] (today),\n"
            "                       today, yesterday, now, or -N with s, m(in), h, d or w\n"
            "                       (-10min: ten minutes ago);\n"
-           "                       local times, compared with each record's date and time\n"
+           "                       local times (see --tz), compared with the real time of\n"
+           "                       each record\n"
            "      --tid N          records of thread N\n"
            "      --grep REGEX     records whose text holds a match of the POSIX extended\n"
            "                       REGEX; -i, --ignore-case: ignore case\n"
+           "Time zones (times on the command line, records without recorded facts):\n"
+           "      --tz ZONE        read them as local times of ZONE (Europe/Berlin, UTC, or a\n"
+           "                       TZ rule) and show ts in ZONE; default: this machine's zone,\n"
+           "                       and ts in each writer's own offset\n"
+           "      --utc            the same as --tz UTC, and ts in UTC\n"
            "Bytes that are not a record have no level, module, thread or time: only --grep\n"
            "alone selects them.\n";
 }

@@ -59,10 +59,15 @@ void RecordStats::add(const Record& record) {
     const char* level = std::strchr(kLevelLetters, record.header.level);
     ++m_levels[level != nullptr && *level != '\0' ? level - kLevelLetters : 4];
     ++m_modules[record.header.module];
-    std::int64_t ms = 0;
-    if (recordLocalMs(record, ms)) {
-        m_first = m_hasTime ? std::min(m_first, ms) : ms;
-        m_last = m_hasTime ? std::max(m_last, ms) : ms;
+    if (record.timed) {
+        if (!m_hasTime || record.utcMs < m_first) {
+            m_first = record.utcMs;
+            m_firstOffset = record.zoneOffset;
+        }
+        if (!m_hasTime || record.utcMs > m_last) {
+            m_last = record.utcMs;
+            m_lastOffset = record.zoneOffset;
+        }
         m_hasTime = true;
     }
 }
@@ -75,7 +80,13 @@ std::string RecordStats::text() const {
                   static_cast<unsigned long long>(m_bytes));
     out += line;
     out += "span      ";
-    out += m_hasTime ? plainTimestamp(m_first) + " to " + plainTimestamp(m_last) : "-";
+    // As in JSON's ts, without the offset and with a space.
+    const auto plain = [](std::int64_t ms, std::int32_t offset) {
+        std::string text = shownTimestamp(ms, offset);
+        text[10] = ' ';
+        return text.substr(0, text.size() - 6);
+    };
+    out += m_hasTime ? plain(m_first, m_firstOffset) + " to " + plain(m_last, m_lastOffset) : "-";
     std::snprintf(line, sizeof(line),
                   "\nrecords   %llu: V %llu, I %llu, W %llu, E %llu, other %llu\n"
                   "pieces    %llu\nwarnings  %llu\nmodules   %zu, with most records:\n",
@@ -102,9 +113,9 @@ std::string RecordStats::json() const {
     };
     std::string out = "{" + number("files", m_files) + "," + number("bytes", m_bytes);
     out += ",\"first\":";
-    out += m_hasTime ? "\"" + isoTimestamp(m_first) + "\"" : "null";
+    out += m_hasTime ? "\"" + shownTimestamp(m_first, m_firstOffset) + "\"" : "null";
     out += ",\"last\":";
-    out += m_hasTime ? "\"" + isoTimestamp(m_last) + "\"" : "null";
+    out += m_hasTime ? "\"" + shownTimestamp(m_last, m_lastOffset) + "\"" : "null";
     out += "," + number("records", m_records) + ",\"levels\":{";
     for (int i = 0; i < 5; ++i) {
         const char name[2] = {kLevelLetters[i], '\0'};

@@ -27,7 +27,8 @@ private:
     std::uint64_t m_levels[5] = {};  // V, I, W, E, other
     std::map<std::string, std::uint64_t> m_modules;
     bool m_hasTime = false;
-    std::int64_t m_first = 0, m_last = 0;
+    std::int64_t m_first = 0, m_last = 0;  // real times, ms since 1970 in UTC
+    std::int32_t m_firstOffset = 0, m_lastOffset = 0;  // the offsets they were stamped under
 };
 
 }  // namespace qellog

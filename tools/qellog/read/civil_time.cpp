@@ -2,10 +2,12 @@
 
 #include <time.h>
 
+#include <algorithm>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
-#include "text_cursor.h"
 
 namespace qellog {
 namespace {
@@ -44,18 +46,6 @@ std::string civilDate(std::int64_t ms) {
     return text;
 }
 
-bool recordLocalMs(const Record& record, std::int64_t& ms) {
-    const char* date = record.date.c_str();
-    int year, month, day;
-    if (!record.headed || record.date.size() != 10 || !readDigits(date, 4, year) ||
-        *date++ != '-' || !readDigits(date, 2, month) || *date++ != '-' ||
-        !readDigits(date, 2, day)) {
-        return false;
-    }
-    ms = civilMs(year, month, day, record.header.msOfDay);
-    return true;
-}
-
 std::int64_t localNowMs() {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
@@ -75,28 +65,92 @@ std::string plainTimestamp(std::int64_t ms) {
     return civilDate(ms) + text;
 }
 
-std::string isoTimestamp(std::int64_t ms) {
-    // The zone's offset at this local time; mktime() is costly, so one per hour is kept.
+namespace {
+TimeShown g_shown = TimeShown::Writer;
+}  // namespace
+
+void setTimeShown(TimeShown shown) { g_shown = shown; }
+
+std::string shownTimestamp(std::int64_t utcMs, std::int32_t offset) {
+    if (g_shown == TimeShown::Utc) offset = 0;
+    if (g_shown == TimeShown::Zone) offset = zoneOffsetAt(utcMs);
+    return isoTimestamp(utcMs, offset);
+}
+
+namespace {
+
+// localtime_r reads TZ once: a zone changed since (--tz) is taken up here. Returns true when it
+// changed.
+bool zoneChanged() {
+    static std::string seen = "unset";
+    const char* zone = std::getenv("TZ");
+    const std::string now = zone != nullptr ? std::string("=") + zone : std::string();
+    if (now == seen) return false;
+    seen = now;
+    tzset();
+    return true;
+}
+
+}  // namespace
+
+std::int32_t zoneOffsetAt(std::int64_t utcMs) {
+    zoneChanged();
+    const time_t seconds = static_cast<time_t>(floorDiv(utcMs, kSecondMs));
+    tm local;
+    localtime_r(&seconds, &local);
+    return static_cast<std::int32_t>(local.tm_gmtoff);
+}
+
+std::vector<std::int32_t> zoneOffsetsOf(std::int64_t localMs) {
+    // Asked for every record: the offsets of the last local hour asked for are kept.
     static std::int64_t cachedHour = INT64_MIN;
-    static long cachedOffset = 0;
-    const std::int64_t hour = floorDiv(ms, kHourMs);
-    std::string text = plainTimestamp(ms);
-    if (hour != cachedHour) {
-        tm local;
-        std::memset(&local, 0, sizeof(local));
-        std::sscanf(text.c_str(), "%d-%d-%d %d", &local.tm_year, &local.tm_mon, &local.tm_mday,
-                    &local.tm_hour);
-        local.tm_year -= 1900;
-        local.tm_mon -= 1;
-        local.tm_isdst = -1;
-        mktime(&local);
-        cachedHour = hour;
-        cachedOffset = local.tm_gmtoff;
+    static std::vector<std::int32_t> offsets;
+    const std::int64_t hour = floorDiv(localMs, kHourMs);
+    if (!zoneChanged() && hour == cachedHour) return offsets;
+    cachedHour = hour;
+    // Offsets run from -12 h to +14 h: the real time of `localMs` lies in that window, and an
+    // offset is one it can have when the zone gives it at localMs - offset.
+    offsets.clear();
+    for (const std::int64_t probe : {localMs - 14 * kHourMs, localMs + 12 * kHourMs}) {
+        const std::int32_t offset = zoneOffsetAt(probe);
+        const bool holds = zoneOffsetAt(localMs - offset * kSecondMs) == offset;
+        if (holds && (offsets.empty() || offsets[0] != offset)) offsets.push_back(offset);
     }
-    const long minutes = (cachedOffset < 0 ? -cachedOffset : cachedOffset) / 60;
+    if (offsets.empty()) offsets.push_back(zoneOffsetAt(localMs - 14 * kHourMs));
+    return offsets;
+}
+
+std::int64_t localToUtcMs(std::int64_t localMs, const std::int64_t* previous) {
+    std::vector<std::int64_t> candidates;
+    for (const std::int32_t offset : zoneOffsetsOf(localMs)) {
+        candidates.push_back(localMs - offset * kSecondMs);
+    }
+    if (previous == nullptr) return *std::min_element(candidates.begin(), candidates.end());
+    return nearestAfter(candidates, previous);
+}
+
+std::int64_t nearestAfter(const std::vector<std::int64_t>& candidates,
+                          const std::int64_t* previous) {
+    constexpr std::int64_t kCrossing = 2 * kSecondMs, kReach = 12 * kHourMs;
+    if (previous == nullptr) return candidates.back();
+    const std::int64_t* best = nullptr;
+    for (const std::int64_t& c : candidates) {
+        const bool follows = c >= *previous - kCrossing && c - *previous <= kReach;
+        if (follows && (best == nullptr || c < *best)) best = &c;
+    }
+    if (best != nullptr) return *best;
+    for (const std::int64_t& c : candidates) {
+        if (!best || std::llabs(c - *previous) < std::llabs(*best - *previous)) best = &c;
+    }
+    return *best;
+}
+
+std::string isoTimestamp(std::int64_t utcMs, std::int32_t offset) {
+    std::string text = plainTimestamp(utcMs + offset * kSecondMs);
+    const long minutes = (offset < 0 ? -offset : offset) / 60;
     char zone[32];
-    std::snprintf(zone, sizeof(zone), "%c%02ld:%02ld", cachedOffset < 0 ? '-' : '+',
-                  minutes / 60, minutes % 60);
+    std::snprintf(zone, sizeof(zone), "%c%02ld:%02ld", offset < 0 ? '-' : '+', minutes / 60,
+                  minutes % 60);
     text[10] = 'T';
     return text + zone;
 }

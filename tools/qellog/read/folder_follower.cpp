@@ -1,11 +1,13 @@
 #include "folder_follower.h"
 
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <set>
 
 #include "byte_source.h"
+#include "writing_order.h"
 
 namespace qellog {
 
@@ -33,9 +35,8 @@ void FolderFollower::pass(const std::function<bool()>& stopAsked) {
     std::string error;
     if (!listLogFiles(m_folder, files, error)) files.clear();
     // The known files first: what they added since decides how the new ones join.
-    std::vector<std::size_t> fresh;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        const LogFile& file = files[i];
+    bool fresh = false;
+    for (const LogFile& file : files) {
         auto it = m_files.find(file.time);
         if (it != m_files.end() && it->second.file.inode != file.inode) {
             m_onWarning({WarningKind::Replaced, file.name, 0, ""});
@@ -43,13 +44,30 @@ void FolderFollower::pass(const std::function<bool()>& stopAsked) {
             it = m_files.end();
         }
         if (it == m_files.end()) {
-            fresh.push_back(i);
+            fresh = true;
             continue;
         }
+        const RecordedFacts facts = it->second.file.facts;  // read when it was taken up
         it->second.file = file;
+        it->second.file.facts = facts;
         if (!stopping()) read(it->second);  // a stop waits for no backlog
     }
-    if (!fresh.empty() && !stopping()) takeUp(files, fresh, stopping);
+    if (fresh && !stopping()) {
+        // A listing made while writers create files may miss a file made during it and hold one
+        // made after it: a second listing holds every file made before the first one ended, and
+        // of its new files those named before the first listing's newest are taken now (the
+        // others may miss files made before them, and wait for the next pass).
+        std::vector<LogFile> again;
+        std::set<std::string> listed;
+        for (const LogFile& file : files) listed.insert(file.name);
+        if (!files.empty() && listLogFiles(m_folder, again, error)) {
+            const FileTime newest = files.back().time;
+            for (const LogFile& file : again) {
+                if (file.time < newest && listed.insert(file.name).second) files.push_back(file);
+            }
+        }
+        takeUp(files, stopping);
+    }
     forgetGone(files);
     for (auto& entry : m_files) {
         Tracked& t = entry.second;
@@ -70,28 +88,64 @@ void FolderFollower::pass(const std::function<bool()>& stopAsked) {
     }
 }
 
-void FolderFollower::takeUp(std::vector<LogFile>& files, const std::vector<std::size_t>& fresh,
-                            const std::function<bool()>& stopping) {
+void FolderFollower::takeUp(std::vector<LogFile> files, const std::function<bool()>& stopping) {
+    // Every file as cat reads it: with its facts, its shape, in the order of writing. A file
+    // not known yet is read as it is now; an empty one cannot be placed yet and is decided once
+    // it holds bytes, by then with all its facts (the writer sets them before the first byte).
+    std::set<std::string> listed;
+    for (const LogFile& file : files) listed.insert(file.name);
+    std::map<std::string, FileShape> fresh;
+    for (LogFile& file : files) {
+        const auto known = m_files.find(file.time);
+        if (known != m_files.end()) {
+            file = known->second.file;
+            continue;
+        }
+        fresh[file.name] = shapeOf(file);
+        if (file.size > 0) file.facts = readRecordedFacts(file.path);
+    }
+    // A file whose recorded link names a file not listed yet (or one that waits) waits for the
+    // next pass.
+    for (bool more = true; more;) {
+        more = false;
+        for (auto it = files.begin(); it != files.end(); ++it) {
+            const std::string& link = it->facts.continues;
+            if (!link.empty() && listed.count(link) == 0 &&
+                access(pathIn(m_folder, link).c_str(), F_OK) == 0) {
+                listed.erase(it->name);
+                files.erase(it);
+                more = true;
+                break;
+            }
+        }
+    }
+    orderByWriting(files, 0, [](const ReadWarning&) {});
     std::vector<FileShape> shapes(files.size());
     std::vector<long> continues(files.size(), kContinuesNone);
     std::vector<bool> continued(files.size(), false);
     for (std::size_t i = 0; i < files.size(); ++i) {
         const auto known = m_files.find(files[i].time);
-        if (known != m_files.end()) {
-            files[i].size = known->second.file.size;
-            shapes[i] = known->second.shape;
-            continued[i] = !known->second.continuedBy.empty();
+        if (known == m_files.end()) {
+            shapes[i] = fresh[files[i].name];
+            if (files[i].size > 0) continues[i] = kUndecided;
+            continue;
+        }
+        const Tracked& t = known->second;
+        shapes[i] = t.shape;
+        continued[i] = !t.continuedBy.empty();
+        if (!continued[i] && t.shape.endsInside && t.read >= t.file.size) {
+            // Its end as it is now: which threads wrote last, for a headless file to come.
+            LogFile now = t.file;
+            shapes[i].tailThreads = shapeOf(now).tailThreads;
         }
     }
-    for (const std::size_t i : fresh) {
-        shapes[i] = shapeOf(files[i]);
-        // An empty file cannot be placed yet: it is decided once it holds bytes.
-        if (files[i].size > 0) continues[i] = kUndecided;
-    }
-    joinFiles(files, shapes, continues, continued);
+    joinFiles(files, shapes, continues, continued,
+              [this](const LogFile& file, const std::vector<const LogFile*>& alike) {
+                  m_onWarning({WarningKind::Guessed, file.name, 0, guessText(alike)});
+              });
     const std::set<std::uint64_t> sizes = rotationSizes(files, shapes);
-    for (const std::size_t i : fresh) {
-        if (files[i].size == 0 || stopping()) continue;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (fresh.count(files[i].name) == 0 || files[i].size == 0 || stopping()) continue;
         const auto before =
             continues[i] >= 0 ? m_files.find(files[continues[i]].time) : m_files.end();
         track(files[i], shapes[i], before != m_files.end() ? &before->second : nullptr, sizes);
@@ -117,9 +171,19 @@ void FolderFollower::track(const LogFile& file, const FileShape& shape, Tracked*
         tracked.reader = std::move(before->reader);
         tracked.reader->beginFile(file, 0, true);
         before->continuedBy = file.name;
+    } else if (file.facts.present) {
+        // The writer's file before this one grows no more: a record at its end that ends with
+        // its empty line is complete now, not after the settle time.
+        for (auto& entry : m_files) {
+            Tracked& last = entry.second;
+            if (last.file.facts.writer == file.facts.writer &&
+                last.file.facts.number + 1 == file.facts.number && last.reader != nullptr &&
+                !last.reader->endsInside()) {
+                emit(last, DataEnd::Quiet);
+            }
+        }
     } else if (!shape.headless && m_files.lower_bound(file.time) != m_files.begin()) {
-        // A full file before a new one that starts a record grows no more: a record at its
-        // end that ends with its empty line is complete now, not after the settle time.
+        // So does a full file before a new one that starts a record, by the names.
         Tracked& last = std::prev(m_files.lower_bound(file.time))->second;
         if (last.reader != nullptr && !last.reader->endsInside() &&
             sizes.count(last.file.size) > 0) {
@@ -139,6 +203,13 @@ void FolderFollower::startReader(Tracked& t) {
 void FolderFollower::read(Tracked& t) {
     if (!t.continuedBy.empty() || t.file.size <= std::max(t.read, t.printed)) return;
     if (t.reader == nullptr) startReader(t);
+    // The writer adds a zone line before the first record stamped under a new offset.
+    std::vector<ZoneRule> zones;
+    if (t.file.facts.present && readZoneRules(t.file.path, zones) &&
+        zones.size() != t.file.facts.zones.size()) {
+        t.file.facts.zones = zones;
+        t.reader->refreshFacts(t.file);
+    }
     const long long got = readInto(t.file.path, t.read, *t.reader, [&] { emit(t, DataEnd::More); });
     if (got > 0) {
         t.read += static_cast<std::uint64_t>(got);

@@ -69,10 +69,9 @@ private:
         bool settled = false;  // its last record was taken as ended when it stopped growing
     };
 
-    // Decides for each file of `files` not known yet (the indexes in `fresh`) which file it
+    // Decides for each file of `files` (the folder as listed) not known yet which file it
     // continues, then takes them up and reads them.
-    void takeUp(std::vector<LogFile>& files, const std::vector<std::size_t>& fresh,
-                const std::function<bool()>& stopping);
+    void takeUp(std::vector<LogFile> files, const std::function<bool()>& stopping);
     // Takes up a file not known yet; `before` is the file it continues (or null), `sizes` the
     // rotation sizes.
     void track(const LogFile& file, const FileShape& shape, Tracked* before,

@@ -11,11 +11,12 @@
 #include "byte_source.h"
 #include "plan.h"
 #include "record_reader.h"
+#include "writing_order.h"
 
 namespace qellog {
 namespace {
 
-// The files that `paths` name, a folder's log files oldest name first.
+// The files that `paths` name, a folder's log files in the order they were written.
 bool collectFiles(const std::vector<std::string>& paths, std::vector<LogFile>& files,
                   const WarningSink& onWarning) {
     bool ok = true;
@@ -30,15 +31,17 @@ bool collectFiles(const std::vector<std::string>& paths, std::vector<LogFile>& f
         } else if (S_ISDIR(status.st_mode)) {
             std::vector<LogFile> found;
             std::string error;
-            if (!listLogFiles(path, found, error)) {
+            if (!listLogFiles(path, found, error, true)) {
                 onWarning({WarningKind::CannotReadFolder, path, 0, error});
                 ok = false;
             }
+            orderByWriting(found, std::time(nullptr), onWarning);
             files.insert(files.end(), std::make_move_iterator(found.begin()),
                          std::make_move_iterator(found.end()));
         } else {
             files.push_back(logFileAt(path));
             statLogFile(files.back());
+            files.back().facts = readRecordedFacts(path);
         }
     }
     return ok;
@@ -50,9 +53,6 @@ bool readPaths(const std::vector<std::string>& paths, const RecordSink& onRecord
                const WarningSink& onWarning, std::vector<LogFile>* read) {
     std::vector<LogFile> files;
     bool ok = collectFiles(paths, files, onWarning);
-    if (const LogFile* stepped = clockWentBack(files, std::time(nullptr))) {
-        onWarning({WarningKind::ClockWentBack, stepped->name, 0, ""});
-    }
     std::vector<FileShape> shapes;
     for (LogFile& file : files) shapes.push_back(shapeOf(file));
     RecordReader reader;
@@ -60,7 +60,10 @@ bool readPaths(const std::vector<std::string>& paths, const RecordSink& onRecord
     const auto drain = [&] {
         while (reader.next(record, DataEnd::More)) onRecord(record);
     };
-    for (const PlannedFile& planned : planReading(files, shapes)) {
+    const auto guessed = [&](const LogFile& file, const std::vector<const LogFile*>& alike) {
+        onWarning({WarningKind::Guessed, file.name, 0, guessText(alike)});
+    };
+    for (const PlannedFile& planned : planReading(files, shapes, guessed)) {
         const LogFile& file = files[planned.index];
         reader.beginFile(file, 0, planned.continues);
         if (readInto(file.path, 0, reader, drain) < 0) {

@@ -70,7 +70,8 @@ bool statLogFile(LogFile& file) {
     return true;
 }
 
-bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::string& error) {
+bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::string& error,
+                  bool withFacts) {
     files.clear();
     DIR* dir = opendir(folder.c_str());
     if (dir == nullptr) {
@@ -79,7 +80,9 @@ bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::s
     }
     while (const dirent* entry = readdir(dir)) {
         LogFile file = logFileAt(pathIn(folder, entry->d_name));
-        if (file.named && statLogFile(file)) files.push_back(file);
+        if (!file.named || !statLogFile(file)) continue;
+        if (withFacts) file.facts = readRecordedFacts(file.path);
+        files.push_back(file);
     }
     closedir(dir);
     std::sort(files.begin(), files.end(),

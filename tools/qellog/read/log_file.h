@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "recorded_facts.h"
+
 namespace qellog {
 
 // The local time in a log file's name QelLog<yyyy>-<mm>-<dd>-<hh>-<mm>-<ss>-<ms>.log.
@@ -30,6 +32,7 @@ struct LogFile {
     std::uint64_t size = 0;
     std::uint64_t device = 0, inode = 0;
     std::int64_t modified = 0;  // seconds since 1970
+    RecordedFacts facts;        // what its writer recorded beside it, when read
 };
 
 // The entry for the file at `path` (a folder, if any, and a name); `named`, `dated` and `time`
@@ -43,9 +46,10 @@ std::string pathIn(const std::string& folder, const std::string& name);
 bool statLogFile(LogFile& file);
 
 // The regular files in `folder` with the writer's name pattern, oldest name first (with their
-// size, identity and time of last write). Returns false, with the reason in `error`, when the
-// folder cannot be read.
-bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::string& error);
+// size, identity and time of last write, and with `withFacts` their recorded facts). Returns
+// false, with the reason in `error`, when the folder cannot be read.
+bool listLogFiles(const std::string& folder, std::vector<LogFile>& files, std::string& error,
+                  bool withFacts = false);
 
 }  // namespace qellog
 

@@ -2,6 +2,7 @@
 #define QELLOG_READ_PLAN_H_
 
 #include <cstdint>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,6 +15,10 @@ namespace qellog {
 struct FileShape {
     bool headless = false;    // holds bytes and does not begin with a header
     bool endsInside = false;  // holds bytes and does not end with an empty line
+    bool partialHead = false;  // its bytes end before a header at its start could be decided
+    // Where no facts are recorded, what tells which process wrote the file: the thread ids of
+    // the headers near its start (after a headless start) and near its end.
+    std::vector<unsigned long> headThreads, tailThreads;
 };
 
 // The sizes at which the writers of `files` rotate: the largest file's size, and any size that
@@ -26,16 +31,21 @@ std::set<std::uint64_t> rotationSizes(const std::vector<LogFile>& files,
 constexpr long kContinuesNone = -1;
 constexpr long kUndecided = -2;
 
-// The rule that decides which file continues which, for `files` (oldest name first) and their
-// shapes, so that every record split at a size limit is joined again, also when other
-// writers' files sort between the two parts:
-// - a file without a header at its start continues the newest older file that is full (its
-//   size is a rotation size), not yet continued, and ends inside a record (failing that, when
-//   it ends with an empty line itself or is full, one that ends with an empty line: the split
-//   fell right after one in the text), unless the file right before it ends inside a record
-//   and is not full: that one was torn, and what joined the two parts is lost;
+// The rule that decides which file continues which, for `files` (in the order they were
+// written) and their shapes, so that every record split at a size limit is joined again, also
+// when other writers' files sort between the two parts:
+// - a file with recorded facts continues the file its facts name, or none; no other rule
+//   applies to it;
+// - a file without a header at its start continues an older file that is full (its size is a
+//   rotation size), not yet continued, and ends inside a record (failing that, when it ends
+//   with an empty line itself or is full, one that ends with an empty line: the split fell
+//   right after one in the text), unless the file right before it ends inside a record and is
+//   not full: that one was torn, and what joined the two parts is lost. Of several such files,
+//   those of its own process (files that share a thread id in their headers were written by
+//   one process), then the newest; when more than one was possible, `onGuess` (when set) is
+//   told the file and the candidates, the one taken first;
 // - a full file that ends inside a record and is not continued that way is continued by the
-//   next file, whatever that file starts with;
+//   next file, whatever that file starts with, unless their thread ids show two processes;
 // - nothing else is joined: a file that ends inside a record at another size was torn (a
 //   crash, a power cut), and a file that starts without a header after it is a piece.
 // Files whose names the writer did not make are neither joined nor continued.
@@ -43,8 +53,11 @@ constexpr long kUndecided = -2;
 // that file continues, or to kContinuesNone; the other entries were decided before (a follower
 // decides each file when it comes) and stay. `continued` marks the files that a file continues
 // already, and gets the new ones: no file is continued twice. Both have one entry per file.
+// A file without facts whose continuation was chosen among several with the same evidence.
+using GuessSink = std::function<void(const LogFile& file, const std::vector<const LogFile*>&)>;
 void joinFiles(const std::vector<LogFile>& files, const std::vector<FileShape>& shapes,
-               std::vector<long>& continues, std::vector<bool>& continued);
+               std::vector<long>& continues, std::vector<bool>& continued,
+               const GuessSink& onGuess = nullptr);
 
 // One file to read, and whether it continues the record of the file read before it.
 struct PlannedFile {
@@ -52,15 +65,11 @@ struct PlannedFile {
     bool continues;
 };
 
-// The order in which to read `files` (oldest name first): each file that continues none, each
-// right followed by the files that continue it (joinFiles decides).
+// The order in which to read `files` (in the order they were written): each file that
+// continues none, each right followed by the files that continue it (joinFiles decides).
 std::vector<PlannedFile> planReading(const std::vector<LogFile>& files,
-                                     const std::vector<FileShape>& shapes);
-
-// A file among `files` that shows that the clock went back while they were written: its last
-// write is earlier than the local time in its name, or its name is later than `now` (seconds
-// since 1970). Then the order of the names need not be the order of writing. Null when none.
-const LogFile* clockWentBack(const std::vector<LogFile>& files, std::int64_t now);
+                                     const std::vector<FileShape>& shapes,
+                                     const GuessSink& onGuess = nullptr);
 
 // Reads the head and the tail of `file` as it is now, and sets its size to the size that the
 // tail was read at, so that the two agree while a writer adds to the file. A file that cannot

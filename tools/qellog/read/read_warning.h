@@ -15,6 +15,9 @@ enum class WarningKind {
     CannotRead,        // `file` (a path as given) could not be read: `reason`
     CannotReadFolder,  // the folder `file` could not be listed: `reason`
     ClockWentBack,     // the file `file` shows that the clock went back while it was written
+                       // (or the hour repeated): its name is out of the order of writing
+    Guessed,           // `file`, without recorded facts, continues one of the files in
+                       // `reason` (names, the one taken first) with equal evidence
     Replaced,          // follow: another file took the name `file`; the new one is read
     GoneUnread,        // follow: `file` went away before it was read to its end
     EndGuessed,        // follow: the record before `offset` in `file` was taken as complete
@@ -27,6 +30,14 @@ struct ReadWarning {
     std::uint64_t offset = 0;
     std::string reason;  // the system's message, for the two CannotRead kinds
 };
+
+// The names of `files`, separated by ", ", for a Guessed warning.
+template <typename FilePointers>
+std::string guessText(const FilePointers& files) {
+    std::string text;
+    for (const auto* file : files) text += (text.empty() ? "" : ", ") + file->name;
+    return text;
+}
 
 // The reading code hands records and warnings to such callers' functions; it prints nothing.
 using RecordSink = std::function<void(const Record&)>;

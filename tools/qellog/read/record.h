@@ -21,6 +21,12 @@ struct Record {
     std::string file;                        // name of the file in which it starts
     std::uint64_t offset = 0;                // where in that file
     std::string date;                        // "yyyy-mm-dd", empty when the file has no dated name
+    // When it was made, for a record with a date: milliseconds since 1970 in UTC, and the
+    // writer's offset east of UTC in seconds at that moment (recorded beside the file, or else
+    // the reading zone's: see civil_time.h).
+    bool timed = false;
+    std::int64_t utcMs = 0;
+    std::int32_t zoneOffset = 0;
 
     std::string text() const { return bytes.substr(textBegin, textEnd - textBegin); }
     // A record as the writer writes it, whole: anything else is read with a warning.

@@ -6,7 +6,6 @@
 
 #include <cstring>
 
-#include "civil_time.h"
 
 namespace qellog {
 namespace {
@@ -107,8 +106,8 @@ bool RecordFilter::headerMatches(const Record& record) const {
     }
     if (hasThreadId && record.header.threadId != threadId) return false;
     if (hasSince || hasUntil) {
-        std::int64_t ms = 0;
-        if (!recordLocalMs(record, ms) || (hasSince && ms < since) || (hasUntil && ms > until)) {
+        const std::int64_t ms = record.utcMs;
+        if (!record.timed || (hasSince && ms < since) || (hasUntil && ms > until)) {
             return false;
         }
     }

@@ -31,7 +31,7 @@ public:
     char maxLevel = 0;                 // 0: any level; else this letter and the ones below it
     std::vector<std::string> modules;  // shell patterns, one of which the module matches
     bool hasSince = false, hasUntil = false;
-    std::int64_t since = 0, until = 0;  // local times (civil_time.h), both ends included
+    std::int64_t since = 0, until = 0;  // real times (ms since 1970, UTC), both ends included
     bool hasThreadId = false;
     unsigned long threadId = 0;
 

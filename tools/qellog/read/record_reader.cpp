@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "civil_time.h"
+#include "writing_order.h"
 
 namespace qellog {
 namespace {
@@ -44,20 +45,32 @@ void RecordReader::reference(std::string& file, std::int64_t& ms) const {
 void RecordReader::setReference(const std::string& file, std::int64_t ms) {
     m_refFile = file;
     m_refMs = ms;
+    m_hasRefUtc = false;
+    m_rule = 0;
+}
+
+void RecordReader::refreshFacts(const LogFile& file) {
+    for (Segment& segment : m_segments) {
+        if (segment.file.name == file.name) segment.file.facts = file.facts;
+    }
 }
 
 // The line holds the time of day only. Starting from the time in the file's name, each record
 // gets the date that puts it nearest to the record before it: a time of day that goes back by
 // more than twelve hours is on the next day, and a record made just before midnight but
 // written into a file named just after it stays on its own day.
-std::string RecordReader::dateOf(const Segment& segment, const Record& record) {
+std::string RecordReader::dateOf(const Segment& segment, Record& record) {
     if (!segment.file.dated) return std::string();
+    const RecordedFacts& facts = segment.file.facts;
     if (m_refFile != segment.file.name) {
         const FileTime& t = segment.file.time;
         m_refFile = segment.file.name;
         m_refMs = civilMs(t.year, t.month, t.day,
                           ((t.hour * 60 + t.minute) * 60 + std::min(t.second, 59)) * 1000 +
                               t.millisecond);
+        m_refUtc = openedUtcMs(segment.file);
+        m_hasRefUtc = true;
+        m_rule = 0;
     }
     if (record.headed) {
         const std::int64_t day = floorDiv(m_refMs, kDayMs) * kDayMs;
@@ -66,6 +79,7 @@ std::string RecordReader::dateOf(const Segment& segment, const Record& record) {
             if (std::llabs(other - m_refMs) < std::llabs(best - m_refMs)) best = other;
         }
         m_refMs = best;
+        placeInRealTime(facts, record);
     }
     // Records come day after day: the text of a day is made once.
     const std::int64_t day = floorDiv(m_refMs, kDayMs);
@@ -74,6 +88,45 @@ std::string RecordReader::dateOf(const Segment& segment, const Record& record) {
         m_dateText = civilDate(m_refMs);
     }
     return m_dateText;
+}
+
+// The record's local time is m_refMs. With recorded zone rules, the writer stamped it under the
+// rule of the record before it or a later one, and under rule j only from that rule's first use
+// on (a few seconds before: threads whose stamps cross); in the hour that repeats when daylight
+// saving time ends two rules fit, and the one that follows the record before most closely is
+// taken. Without facts the reading zone's rules stand in.
+void RecordReader::placeInRealTime(const RecordedFacts& facts, Record& record) {
+    constexpr std::int64_t kCrossing = 2 * kSecondMs;
+    const std::int64_t* previous = m_hasRefUtc ? &m_refUtc : nullptr;
+    std::int64_t utc = 0;
+    if (facts.present) {
+        const std::vector<ZoneRule>& zones = facts.zones;
+        m_rule = std::min(m_rule, zones.size() - 1);
+        std::vector<std::int64_t> candidates;
+        std::vector<std::size_t> rules;
+        for (std::size_t j = m_rule; j < zones.size(); ++j) {
+            const std::int64_t at = m_refMs - zones[j].offset * kSecondMs;
+            if (at >= zones[j].utc * kSecondMs - kCrossing) {
+                candidates.push_back(at);
+                rules.push_back(j);
+            }
+        }
+        if (candidates.empty()) {  // the clock went back while the file was current
+            candidates.push_back(m_refMs - zones[m_rule].offset * kSecondMs);
+            rules.push_back(m_rule);
+        }
+        utc = nearestAfter(candidates, previous);
+        for (std::size_t i = 0; i < candidates.size(); ++i) {
+            if (candidates[i] == utc) m_rule = rules[i];
+        }
+        record.zoneOffset = zones[m_rule].offset;
+    } else {
+        utc = localToUtcMs(m_refMs, previous);
+        record.zoneOffset = static_cast<std::int32_t>((m_refMs - utc) / kSecondMs);
+    }
+    record.timed = true;
+    record.utcMs = m_refUtc = utc;
+    m_hasRefUtc = true;
 }
 
 namespace {

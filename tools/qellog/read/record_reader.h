@@ -43,6 +43,8 @@ public:
     // caller that resumes keeps it along with the position.
     void reference(std::string& file, std::int64_t& ms) const;
     void setReference(const std::string& file, std::int64_t ms);
+    // `file`, already begun, has new recorded facts (its writer added a zone line).
+    void refreshFacts(const LogFile& file);
     // Bytes handed in but not yet handed out as records.
     std::size_t pending() const { return m_buffer.size() - m_start; }
     // Bytes are pending and do not end with an empty line: the data ends inside a record.
@@ -63,7 +65,8 @@ private:
         bool continues;
     };
     const Segment& segmentAt(std::size_t index) const;
-    std::string dateOf(const Segment& segment, const Record& record);
+    std::string dateOf(const Segment& segment, Record& record);
+    void placeInRealTime(const RecordedFacts& facts, Record& record);
     // The steps of next(): where the record at m_start ends, whether it ends before the file
     // `segment` or after the line feed at `lineEnd` (offsets from m_start), and handing it out.
     Scan findEnd(std::size_t textBegin, bool headed, DataEnd end, std::size_t& length);
@@ -87,6 +90,10 @@ private:
         Header header;
         std::size_t length = 0;
     } m_ahead;
+    // The real time of the record before, and the recorded zone rule it was stamped under.
+    bool m_hasRefUtc = false;
+    std::int64_t m_refUtc = 0;
+    std::size_t m_rule = 0;
 };
 
 }  // namespace qellog
