@@ -8,7 +8,6 @@
 #include <cstdarg>
 #include <cstring>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -18,7 +17,6 @@
 
 #include <qel/error.h>
 #include <qel/log.h>
-#include <qel/thread.h>
 #include <qel/timeutils.h>
 #include <qel/version.h>
 
@@ -87,6 +85,7 @@ TEST(LogRecordsTest, LineFormatMatchesTheFormatAtTheFieldLimits) {
     LEVELSTRING[2] = nullptr;
     EXPECT_EQ(byFormat(msg, "(null)"), format(msg));
     LEVELSTRING[2] = saved;
+    EXPECT_STREQ(QELTEST_VERSION, qelLogVersion());  // the loaded library's own version
 }
 
 // The wall clock as the library reads it: the real one, or a fixed instant in microseconds.
@@ -134,8 +133,7 @@ TEST(LogRecordsTest, FieldsAreCutAtTheirSize) {
     });
     EXPECT_CHILD_OK(result);
     EXPECT_EQ(std::string(127, 'm') + " I |cam E " + std::string(2047, 'f') + "|cut E " +
-                  std::string(2047, 'c') + "| W |",
-              summary(result.out));
+                  std::string(2047, 'c') + "| W |", summary(result.out));
 }
 
 // The error slot is logged in lower-case hexadecimal at E, and kept; at 0 nothing is logged.
@@ -235,13 +233,7 @@ TEST(LogFormatTest, TextIsThePrintfTextCutBeforeASplitCharacter) {
     snprintf(fmt, sizeof(fmt), "%d|%5.2f|%-4s|%x|%c|%%", -42, 3.14159, "ab", 255u, 'z');
     EXPECT_EQ("fmt I " + std::string(fmt) + "|loc W n=123456789012|vee I v 5|nul I |cut I " +
                   pad + "ab|two I " + pad + "a|three I " + pad + "|four I " + pad.substr(1) +
-                  "|whole I " + pad + e + "|",
-              summary(result.out));
-}
-
-TEST(LogRecordsTest, VersionOfTheLoadedLibrary) {
-    EXPECT_STREQ(QELTEST_VERSION, qelLogVersion());
-    EXPECT_STREQ(QELTEST_VERSION, QEL_VERSION_STRING);
+                  "|whole I " + pad + e + "|", summary(result.out));
 }
 
 // A record handed straight to the manager, as the kit's libraries may do.
@@ -343,12 +335,14 @@ TEST(ModuleThresholdTest, LevelTextFromTheEnvironmentAndFromACall) {
     }
 }
 
-// Four threads log while thresholds change over and over. A module that no pattern matches keeps
-// every record and one whose pattern stays set loses every record, whatever table a record
-// meets; a replaced table is freed only once no record can read it (the sanitizers watch that).
+// Four threads log while thresholds, the console writer, the folder and the size limit change
+// over and over. A module that no pattern matches keeps every record and one whose pattern stays
+// set loses every record, whatever table a record meets; a replaced table is freed only once no
+// record can read it (the sanitizers watch that). An inconsistent lock order deadlocks here (the
+// child is killed), and an interleaved write shows as output that is not whole records.
 TEST(ModuleThresholdTest, ChangesWhileThreadsLogLoseNothing) {
     auto result = runChild([] {
-        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogConfigFileWriter(true) == 0);
+        CHILD_CHECK(qelLogConfigFileWriter(true) == 0);
         CHILD_CHECK(qelLogSetModuleThreshold("mute", QEL_LOG_ERROR) == 0);
         std::atomic<bool> done{false};
         std::atomic<int> steady{0};
@@ -366,17 +360,24 @@ TEST(ModuleThresholdTest, ChangesWhileThreadsLogLoseNothing) {
             qelLogSetModuleThreshold("churn*", QEL_LOG_VERBOSE);
             qelLogSetLevelSpec("ch?rn.x=E,other=W");
             qelLogClearModuleThreshold(i % 2 == 0 ? "churn*" : "ch?rn.x");
+            qelLogConfigConsoleWriter(i % 3 != 0);
+            qelLogSetMaxSize(i % 5 == 0 ? 0 : 1u << 30);  // no record split
+            if (i % 100 == 0) qelLogSetFileFolder(i % 200 == 0 ? "dirA" : "dirB");
         }
         done = true;
         for (auto& logger : loggers) {
             logger.join();
         }
-        printf("%d\n", steady.load());
+        fprintf(stderr, "%d\n", steady.load());
         return 0;
     }, 240);
     EXPECT_CHILD_OK(result);
-    const std::string records = summary(concatenatedLogs(result.dir));
-    EXPECT_EQ(std::stoul(result.out), countOf(records, "steady I "));
+    EXPECT_LT(1000u, parseRecords(result.out).size());
+    std::string records;
+    for (const char* dir : {"", "/dirA", "/dirB"}) {
+        records += summary(concatenatedLogs(result.dir + dir));
+    }
+    EXPECT_EQ(std::stoul(result.err), countOf(records, "steady I "));
     EXPECT_EQ(0u, countOf(records, "mute "));
     EXPECT_EQ(countOf(records, "|"),
               countOf(records, "steady I ") + countOf(records, "churn.x V "));
@@ -474,43 +475,4 @@ TEST(LogFilesTest, FoldersAreMadeAndSet) {
     EXPECT_EQ(1u, logFiles(result.dir + "/" + longest).size());
     EXPECT_EQ(-1, modeOf(result.dir + "/" + tooLong));
     EXPECT_EQ(-1, modeOf(result.dir + "/plain/sub"));
-}
-
-// Four threads log while a fifth switches both writers and the folder over and over. Any
-// inconsistent lock order deadlocks here (the child is killed), unguarded state shows under the
-// thread sanitizer, and an interleaved write as output that is not whole records.
-TEST(LogFilesTest, SwitchingWritersWhileLoggingNeitherDeadlocksNorInterleaves) {
-    auto result = runChild([] {
-        std::atomic<bool> done{false};
-        auto logAll = [&done] {
-            for (int i = 0; !done || i < 500; ++i) {
-                qelLogSimplify("w", QEL_LOG_INFO, std::string(i % 100, 'x').c_str());
-            }
-        };
-        std::thread loggers[] = {std::thread(logAll), std::thread(logAll), std::thread(logAll),
-                                 std::thread(logAll)};
-        for (int i = 0; i < 1500; ++i) {
-            switch (i % 6) {
-                case 0: qelLogConfigFileWriter(true); break;
-                case 1: qelLogConfigConsoleWriter(false); break;
-                case 2: qelLogSetFileFolder(i % 4 == 0 ? "dirA" : "dirB"); break;
-                case 3: qelLogConfigConsoleWriter(true); break;
-                case 4: qelLogSetMaxSize(i % 5 == 0 ? 0 : 1u << 30); break;  // no record split
-                default: qelLogConfigFileWriter(false); break;
-            }
-        }
-        done = true;
-        for (auto& logger : loggers) {
-            logger.join();
-        }
-        return 0;
-    }, 240);
-    EXPECT_CHILD_OK(result);
-    size_t records = parseRecords(result.out).size(), files = 0;
-    for (const char* dir : {"", "/dirA", "/dirB"}) {
-        records += parseRecords(concatenatedLogs(result.dir + dir)).size();
-        files += logFiles(result.dir + dir).size();
-    }
-    EXPECT_GT(records, 2000u);
-    EXPECT_GT(files, 100u);
 }
