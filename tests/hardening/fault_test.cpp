@@ -1,7 +1,3 @@
-// Faults of the disk and the host process while logging: a full disk, descriptors used up, the
-// log folder removed, sudden death. Each scenario runs in a child with a watchdog: a hang fails
-// the test instead of stalling the suite.
-
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>

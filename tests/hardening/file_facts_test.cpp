@@ -1,8 +1,3 @@
-// The facts the file writer records beside each file (extended attributes), read back from
-// files the library wrote: on tmpfs and on the build folder's file system, across a split, a
-// removed file, a fork, a daylight-saving change, a refusing file system, and prune running
-// against writers that make files quickly.
-
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -57,8 +52,7 @@ std::string nameOf(const std::string& path) { return path.substr(path.rfind('/')
 // the variables in `environment` say; its exit status.
 int runTool(const std::string& environment, const std::string& arguments) {
     return system(("ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" QELTEST_PRELOAD_PATH " " +
-                   environment + " " QELLOG_PATH " " + arguments + " >/dev/null")
-                      .c_str());
+                   environment + " " QELLOG_PATH " " + arguments + " >/dev/null").c_str());
 }
 
 }  // namespace
@@ -173,51 +167,48 @@ TEST(FileFactsTest, DaylightSavingChangeAddsAZoneLineAndChangesNoByte) {
 // those removed hold every record of each writer once, in order. Three runs.
 TEST(FileFactsTest, PruneInALoopNeverTakesALiveFile) {
     if (!xattrsWork(TempDir().path())) GTEST_SKIP() << "no user extended attributes in /tmp";
-    auto result = runChild(
-        [] {
-            g_sharedLockDelayUs = 2000;
-            for (int run = 0; run < 3; ++run) {
-                const std::string logs = "logs" + std::to_string(run);
-                const std::string removed =
-                    std::filesystem::absolute("removed" + std::to_string(run));
-                CHILD_CHECK(mkdir(logs.c_str(), 0755) == 0 && mkdir(removed.c_str(), 0755) == 0);
-                for (int w = 0; w < 3; ++w) {
-                    if (fork() == 0) {
-                        qelLogConfigConsoleWriter(false);
-                        qelLogSetMaxSize(256);
-                        qelLogSetFileFolder(logs.c_str());
-                        for (int n = 0; n < 300; ++n) qelLogFormat("w", QEL_LOG_INFO, "seq-%d", n);
-                        _exit(0);
-                    }
-                }
-                for (int running = 3; running > 0; running -= waitpid(-1, nullptr, WNOHANG) > 0) {
-                    CHILD_CHECK(runTool("QELTEST_ARCHIVE=" + removed, "prune --keep 2 " + logs) ==
-                                0);
-                }
-                std::vector<std::string> files = logFiles(logs);
-                for (const auto& kept : std::filesystem::directory_iterator(removed)) {
-                    files.push_back(kept.path());  // nothing was written after its removal
-                    const std::string name = nameOf(files.back());  // N.SIZE.QelLog...
-                    CHILD_CHECK(std::stoull(name.substr(name.find('.') + 1)) == kept.file_size());
-                }
-                std::map<std::string, std::map<int, std::string>>
-                    writers;  // files by writer and number
-                for (const std::string& file : files) {
-                    auto facts = factsOf(file);  // none: empty, never locked
-                    if (!facts.empty())
-                        writers[facts.at("writer")][std::stoi(facts.at("number"))] = readFile(file);
-                }
-                std::string expected;
-                for (int n = 0; n < 300; ++n) expected += "w I seq-" + std::to_string(n) + "|";
-                CHILD_CHECK(writers.size() == 3);
-                for (const auto& writer : writers) {
-                    std::string bytes;
-                    for (const auto& file : writer.second) bytes += file.second;
-                    CHILD_CHECK(summary(bytes) == expected);
+    auto result = runChild([] {
+        g_sharedLockDelayUs = 2000;
+        for (int run = 0; run < 3; ++run) {
+            const std::string logs = "logs" + std::to_string(run);
+            const std::string removed =
+                std::filesystem::absolute("removed" + std::to_string(run));
+            CHILD_CHECK(mkdir(logs.c_str(), 0755) == 0 && mkdir(removed.c_str(), 0755) == 0);
+            for (int w = 0; w < 3; ++w) {
+                if (fork() == 0) {
+                    qelLogConfigConsoleWriter(false);
+                    qelLogSetMaxSize(256);
+                    qelLogSetFileFolder(logs.c_str());
+                    for (int n = 0; n < 300; ++n) qelLogFormat("w", QEL_LOG_INFO, "seq-%d", n);
+                    _exit(0);
                 }
             }
-            return 0;
-        },
-        240);
+            for (int running = 3; running > 0; running -= waitpid(-1, nullptr, WNOHANG) > 0) {
+                CHILD_CHECK(runTool("QELTEST_ARCHIVE=" + removed, "prune --keep 2 " + logs) ==
+                            0);
+            }
+            std::vector<std::string> files = logFiles(logs);
+            for (const auto& kept : std::filesystem::directory_iterator(removed)) {
+                files.push_back(kept.path());  // nothing was written after its removal
+                const std::string name = nameOf(files.back());  // N.SIZE.QelLog...
+                CHILD_CHECK(std::stoull(name.substr(name.find('.') + 1)) == kept.file_size());
+            }
+            std::map<std::string, std::map<int, std::string>> writers;  // by writer, number
+            for (const std::string& file : files) {
+                auto facts = factsOf(file);  // none: empty, never locked
+                if (!facts.empty())
+                    writers[facts.at("writer")][std::stoi(facts.at("number"))] = readFile(file);
+            }
+            std::string expected;
+            for (int n = 0; n < 300; ++n) expected += "w I seq-" + std::to_string(n) + "|";
+            CHILD_CHECK(writers.size() == 3);
+            for (const auto& writer : writers) {
+                std::string bytes;
+                for (const auto& file : writer.second) bytes += file.second;
+                CHILD_CHECK(summary(bytes) == expected);
+            }
+        }
+        return 0;
+    }, 240);
     EXPECT_CHILD_OK(result);
 }

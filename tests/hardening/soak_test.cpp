@@ -83,22 +83,20 @@ TEST(SoakTest, ManyRecordsThroughManyFilesWhileTheFolderMoves) {
     const char* records = getenv("QEL_SOAK_RECORDS");
     const long perThread =
         std::max(records != nullptr ? atol(records) : kDefaultRecords, kWarmUpRecords) / kThreads;
-    auto result = runChild(
-        [perThread] {
-            CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogSetMaxSize(1 << 20) == 0);
-            const long descriptorsBefore = hardening::openDescriptors();
-            CHILD_CHECK(qelLogSetFileFolder(kFolders[1]) == 0);
-            auto warm = runThreads(std::vector<long>(kThreads), kWarmUpRecords / kThreads, 100);
-            const long residentAfterWarmUp = residentBytes();
-            const auto logged = runThreads(warm, perThread - kWarmUpRecords / kThreads, 0);
-            const long growth = residentBytes() - residentAfterWarmUp;
-            CHILD_CHECK(qelLogConfigFileWriter(false) == 0);
-            CHILD_CHECK(hardening::openDescriptors() == descriptorsBefore);  // the writer kept none
-            CHILD_CHECK(kSanitized || growth <= (1 << 20));
-            CHILD_CHECK(missingRecords(logged) == 0);
-            removeTree(".");  // the full run leaves hundreds of megabytes
-            return 0;
-        },
-        3600);
+    auto result = runChild([perThread] {
+        CHILD_CHECK(qelLogConfigConsoleWriter(false) == 0 && qelLogSetMaxSize(1 << 20) == 0);
+        const long descriptorsBefore = hardening::openDescriptors();
+        CHILD_CHECK(qelLogSetFileFolder(kFolders[1]) == 0);
+        auto warm = runThreads(std::vector<long>(kThreads), kWarmUpRecords / kThreads, 100);
+        const long residentAfterWarmUp = residentBytes();
+        const auto logged = runThreads(warm, perThread - kWarmUpRecords / kThreads, 0);
+        const long growth = residentBytes() - residentAfterWarmUp;
+        CHILD_CHECK(qelLogConfigFileWriter(false) == 0);
+        CHILD_CHECK(hardening::openDescriptors() == descriptorsBefore);  // the writer kept none
+        CHILD_CHECK(kSanitized || growth <= (1 << 20));
+        CHILD_CHECK(missingRecords(logged) == 0);
+        removeTree(".");  // the full run leaves hundreds of megabytes
+        return 0;
+    }, 3600);
     EXPECT_CHILD_OK(result);
 }

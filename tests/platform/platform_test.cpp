@@ -34,10 +34,6 @@ static bool eventually(Condition condition) {
     return met;
 }
 
-static void sleepMillis(int ms) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
 // No increment is lost and no value handed out twice while two threads race (a plain add
 // shows under the thread sanitizer); each call returns the new value, wrapping at the ends
 // of the range. Entering twice does not block.
@@ -86,9 +82,9 @@ TEST(EventTest, EachSetIsConsumedByOneWait) {
     std::atomic<int> released{0};
     auto waitFor = [&](int timeoutMs) { released += event->wait(timeoutMs) == 0; };
     std::thread one(waitFor, -1), two(waitFor, 60000);
-    sleepMillis(20);
+    sleepMs(20);
     event->set();
-    sleepMillis(100);
+    sleepMs(100);
     EXPECT_EQ(1, released);
     event->set();
     one.join();
@@ -288,7 +284,7 @@ static std::atomic<bool> g_keepGoing{true};
 static bool run(void*) {
     g_threadId = ThreadWrapper::getThreadId();
     ++g_calls;
-    sleepMillis(1);
+    sleepMs(1);
     return g_keepGoing;
 }
 
@@ -299,8 +295,7 @@ TEST(ThreadTest, TheSystemShowsTheNameAndId) {
         return qeltest::readFile("/proc/self/task/" + std::to_string(id) + "/comm");
     };
     const std::pair<const char*, std::string> cases[] = {
-        {nullptr, "QEL_THREAD\n"},
-        {"abcdefghijklmnopqrst", "abcdefghijklmno\n"},
+        {nullptr, "QEL_THREAD\n"}, {"abcdefghijklmnopqrst", "abcdefghijklmno\n"},
         {"", shownName(getpid())}};
     for (const auto& c : cases) {
         g_calls = 0;

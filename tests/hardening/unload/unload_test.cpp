@@ -72,8 +72,6 @@ int main(int argc, char** argv) {
     const bool mapped = content("/proc/self/maps").find(argv[1]) != std::string::npos;
     printf("descriptors %ld -> %ld, flush threads %ld, growth %ld KiB, records %ld, mapped %d\n",
            descriptorsBefore, descriptors(), flushThreads(), growth, records, mapped);
-    return descriptors() == descriptorsBefore && flushThreads() == 0 && growth < kGrowthKiB &&
-                   !mapped && records == 500
-               ? 0
-               : 1;
+    const bool clean = descriptors() == descriptorsBefore && flushThreads() == 0;
+    return clean && growth < kGrowthKiB && !mapped && records == 500 ? 0 : 1;
 }
