@@ -78,11 +78,6 @@ bool lockable(const std::string& path) {
     return locked;
 }
 
-// The records in the file open as `descriptor`, whatever its name has become.
-std::string readOpen(int descriptor) {
-    return readFile("/proc/self/fd/" + std::to_string(descriptor));
-}
-
 // `instances`: how many inotify instances the user has left (-1: plenty).
 ChildResult eachWayAway(int instances) {
     return runChild([instances] {
@@ -119,7 +114,7 @@ ChildResult eachWayAway(int instances) {
             const int before = open(logFiles(logs)[0].c_str(), O_RDONLY);
             CHILD_CHECK(takeAway(mode, top, logs, logFiles(logs)[0]));
             CHILD_CHECK(qelLogSimplify("gone", QEL_LOG_INFO, ("after-" + mode).c_str()) == 0);
-            const std::string old = readOpen(before);
+            const std::string old = readFile("/proc/self/fd/" + std::to_string(before));
             close(before);
             if (countOf(old, "]before-" + mode + "\n") != 1 || countOf(old, "]after-") != 0 ||
                 countOf(concatenatedLogs(logs), "]after-" + mode + "\n") != 1) {
