@@ -1,5 +1,3 @@
-// Records that the program lets wait in the file writer's buffer (qelLogConfigFileBuffer).
-
 #include <sys/wait.h>
 #include <unistd.h>
 

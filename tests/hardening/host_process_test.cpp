@@ -1,6 +1,3 @@
-// The host process around the library: forks, exit, its own streams and signal handlers. Each
-// scenario runs in a child with a watchdog, so a hang fails the test.
-
 #include <pthread.h>
 #include <signal.h>
 #include <sys/time.h>

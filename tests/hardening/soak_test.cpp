@@ -1,6 +1,4 @@
-// Many records from many threads through many files while the folder moves: every record once,
-// in order, and neither memory nor descriptors growing. QEL_SOAK_RECORDS sets the number of
-// records (scripts/soak.sh runs the long version).
+// QEL_SOAK_RECORDS sets the number of records (scripts/soak.sh runs the long version).
 
 #include <algorithm>
 #include <atomic>

@@ -26,12 +26,10 @@ using Clock = std::chrono::steady_clock;
 // Polls for up to 30 s.
 template <typename Condition>
 static bool eventually(Condition condition) {
-    const auto end = Clock::now() + std::chrono::seconds(30);
-    bool met;
-    while (!(met = condition()) && Clock::now() < end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    for (const auto end = Clock::now() + std::chrono::seconds(30); !condition(); sleepMs(1)) {
+        if (Clock::now() >= end) return false;
     }
-    return met;
+    return true;
 }
 
 // No increment is lost and no value handed out twice while two threads race (a plain add
