@@ -94,8 +94,6 @@ TEST(ErrorTest, EveryCodeHasItsDocumentedName) {
         }
     }
     EXPECT_EQ(260u, expected.size());
-    for (const auto& name : expected) {
-        EXPECT_EQ(name.second, declared[name.first]) << name.first;
-    }
+    for (const auto& name : expected) EXPECT_EQ(name.second, declared[name.first]) << name.first;
     EXPECT_EQ(expected.size(), declared.size()) << "names error.h has beyond the table's";
 }

@@ -188,15 +188,14 @@ TEST(LogRecordsTest, TimeOfDayFollowsTheClockAndTheZone) {
         return 0;
     });
     EXPECT_CHILD_OK(result);
-    std::vector<std::string> expected, stamped;
+    std::string expected, stamped;
     for (int ms : millis) {
-        const std::string time =
-            (ms < 1000 ? "03:17:23:" : "03:17:24:") + std::to_string(ms % 1000);
-        expected.push_back("2026-11-17-" + time + " at " + time);
+        const auto time = (ms < 1000 ? "03:17:23:" : "03:17:24:") + std::to_string(ms % 1000);
+        expected += "2026-11-17-" + time + " at " + time + "|";
     }
-    expected.push_back("2026-11-16-21:47:24:45 at 21:47:24:45");
+    expected += "2026-11-16-21:47:24:45 at 21:47:24:45|";
     for (const Record& record : parseRecords(result.out)) {
-        stamped.push_back(record.text + " at " + record.time);
+        stamped += record.text + " at " + record.time + "|";
     }
     EXPECT_EQ(expected, stamped);
 }
@@ -365,9 +364,7 @@ TEST(ModuleThresholdTest, ChangesWhileThreadsLogLoseNothing) {
             if (i % 100 == 0) qelLogSetFileFolder(i % 200 == 0 ? "dirA" : "dirB");
         }
         done = true;
-        for (auto& logger : loggers) {
-            logger.join();
-        }
+        for (auto& logger : loggers) logger.join();
         fprintf(stderr, "%d\n", steady.load());
         return 0;
     }, 240);

@@ -170,9 +170,7 @@ TEST_F(FileTest, OpenModesAndLoopingReads) {
     for (bool loop : {true, false}) {
         auto reader = open(existing, true, loop);
         char buffer[5] = {};
-        for (int expected : {4, 4, 2, loop ? 4 : 0}) {
-            EXPECT_EQ(expected, reader->read(buffer, 4));
-        }
+        for (int expected : {4, 4, 2, loop ? 4 : 0}) EXPECT_EQ(expected, reader->read(buffer, 4));
         EXPECT_EQ(loop ? "0123" : "8967", std::string(buffer)) << loop;
         EXPECT_EQ(0, reader->rewind());
         EXPECT_EQ(1, reader->read(buffer, 1));
@@ -235,9 +233,7 @@ TEST_F(FileTest, OffsetsBeyondFourGigabytes) {
     close(fd);
     auto file = open(name, true, true);
     unlink(name.c_str());
-    if (!written) {
-        GTEST_SKIP() << "no room for a sparse file of 4 GiB";
-    }
+    if (!written) GTEST_SKIP() << "no room for a sparse file of 4 GiB";
     EXPECT_EQ(markerAt + 4, file->fileSize());
     std::vector<char> buffer(1 << 18);
     for (int64_t at = 0; at < markerAt; at += buffer.size()) {

@@ -12,9 +12,7 @@ struct Note {};  // stands in for the log record, which the module only passes a
 struct Recorder : sigslot::has_slots<sigslot::single_threaded> {
     Recorder(char name, std::string& log) : name(name), log(log) {}
     void onNote(const Note&) {
-        if (name == '!') {
-            throw std::runtime_error("slot failed");
-        }
+        if (name == '!') throw std::runtime_error("slot failed");
         log += name;
     }
     void signal_connect(sigslot::_signal_base_interface* sender) override {
@@ -37,9 +35,7 @@ TEST(SignalTest, OrderDisconnectionAndDetachOnDestruction) {
     Recorder a('a', log), b('b', log), stranger('s', log);
     {
         sigslot::signal1<const Note&, sigslot::multi_threaded_local> signal;
-        for (Recorder* receiver : {&a, &b, &a}) {
-            signal.connect(receiver, &Recorder::onNote);
-        }
+        for (Recorder* receiver : {&a, &b, &a}) signal.connect(receiver, &Recorder::onNote);
         signal.emit(Note{});
         signal.disconnect(&a);  // the first of a's two connections
         signal.disconnect(&stranger);
