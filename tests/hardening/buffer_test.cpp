@@ -1,14 +1,8 @@
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <string>
 
-#include <gtest/gtest.h>
-#include <qel/log.h>
 #include <qel/timeutils.h>
 
 #include "hardening/stand_ins.h"
-#include "support/test_support.h"
 
 using namespace qeltest;
 

@@ -1,15 +1,9 @@
 #include <signal.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
-#include <string>
-
-#include <gtest/gtest.h>
 #include <qel/error.h>
-#include <qel/log.h>
 
 #include "hardening/stand_ins.h"
-#include "support/test_support.h"
 
 using namespace qeltest;
 

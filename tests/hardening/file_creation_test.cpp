@@ -1,22 +1,14 @@
 // Creating log files and folders where other processes and planted names compete for them.
 
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <set>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <qel/log.h>
 
 #include "hardening/stand_ins.h"
-#include "support/test_support.h"
 
 using namespace qeltest;
 

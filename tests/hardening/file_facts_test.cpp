@@ -1,9 +1,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <iterator>
@@ -11,11 +9,7 @@
 #include <regex>
 #include <sstream>
 
-#include <gtest/gtest.h>
-#include <qel/log.h>
-
 #include "hardening/stand_ins.h"
-#include "support/test_support.h"
 
 using namespace qeltest;
 

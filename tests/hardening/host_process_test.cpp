@@ -1,24 +1,18 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/time.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <qel/error.h>
-#include <qel/log.h>
 #include <qel/timeutils.h>
 
-#include "support/test_support.h"
+#include "hardening/stand_ins.h"
 
 using namespace qeltest;
 

@@ -14,15 +14,8 @@
 #include <filesystem>
 #include <iostream>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-#include <qel/log.h>
-
 #include "hardening/stand_ins.h"
 #include "log/current_file_watch.h"
-#include "support/test_support.h"
 
 using namespace qeltest;
 

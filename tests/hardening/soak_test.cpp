@@ -6,15 +6,9 @@
 #include <fstream>
 #include <numeric>
 #include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <qel/log.h>
 
 #include "hardening/stand_ins.h"
-#include "support/test_support.h"
 
 using namespace qeltest;
 

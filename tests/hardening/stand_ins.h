@@ -2,10 +2,20 @@
 #define QEL_TESTS_HARDENING_STAND_INS_H_
 
 // What the hardening scenarios share: stand-ins for C library calls that the scenarios steer
-// (defined once, in stand_ins.cpp, for the whole executable), and small probes of the process.
+// (defined once, in stand_ins.cpp, for the whole executable), small probes of the process, and
+// the headers every scenario uses.
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <set>
 #include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <qel/log.h>
+
+#include "support/test_support.h"
 
 extern const std::set<std::string>* g_looksFree;  // look free to the check before a creation
 extern int g_foldersToRemove;   // mkdir removes so many of the folders it makes at once

@@ -1,7 +1,5 @@
 // Following a folder in this process, one pass at a time on a clock the test moves.
 
-#include <unistd.h>
-
 #include "tools/qellog_fixture.h"
 
 using namespace qeltest;

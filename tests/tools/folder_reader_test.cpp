@@ -3,7 +3,6 @@
 #include <qel/log.h>
 
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include "tools/qellog_fixture.h"
 

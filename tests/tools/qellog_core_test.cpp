@@ -3,8 +3,6 @@
 #include <climits>
 #include <cstdint>
 
-#include <gtest/gtest.h>
-
 #include "json.h"
 #include "numbers.h"
 #include "options.h"

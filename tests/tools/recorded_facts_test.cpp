@@ -2,7 +2,6 @@
 // --since and prune across the hour that repeats in autumn and a clock that went back.
 
 #include <sys/time.h>
-#include <sys/xattr.h>
 
 #include "read/civil_time.h"
 #include "read_options.h"

@@ -3,8 +3,6 @@
 
 #include <qel/log.h>
 
-#include <sys/wait.h>
-
 #include <map>
 
 #include "tools/qellog_fixture.h"
