@@ -1,4 +1,3 @@
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -107,17 +106,6 @@ TEST(TimeUtilsTest, ClocksAndSleep) {
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(1050));
 }
 
-// The wall clock that localTimeFormat() reads, for the zone test: -1 reads the real one.
-static long long g_wallSeconds = -1;
-
-extern "C" int gettimeofday(struct timeval* now, void*) noexcept {
-    struct timespec real;
-    clock_gettime(CLOCK_REALTIME, &real);
-    *now = {g_wallSeconds >= 0 ? g_wallSeconds : real.tv_sec,
-            g_wallSeconds >= 0 ? 7000 : real.tv_nsec / 1000};
-    return 0;
-}
-
 // The local time follows each zone as the C library's conversion does, at every change to and
 // from daylight saving time in 2026 (the second before and the second of the change, found in
 // steps of 15 minutes, forwards and then back, as after a clock step) and far beyond the zone
@@ -143,10 +131,10 @@ TEST(TimeUtilsTest, LocalTimeFollowsTheZoneAcrossItsChanges) {
         for (const time_t t : instants) {
             char expected[64];
             strftime(expected, sizeof(expected), "%Y-%m-%d-%H:%M:%S:7", localtime_r(&t, &local));
-            g_wallSeconds = t;
+            qeltest::g_wallMicros = t * 1000000LL + 7000;
             EXPECT_EQ(expected, localTimeFormat()) << zone << " at " << t;
         }
-        g_wallSeconds = -1;
+        qeltest::g_wallMicros = -1;
     }
     unsetenv("TZ");
     tzset();

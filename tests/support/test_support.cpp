@@ -2,7 +2,9 @@
 
 #include <ftw.h>
 #include <signal.h>
+#include <sys/time.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +14,22 @@
 #include <sstream>
 
 #include <gtest/gtest.h>
+
+namespace qeltest {
+
+long long g_wallMicros = -1;
+
+}  // namespace qeltest
+
+extern "C" int gettimeofday(struct timeval* now, void*) noexcept {
+    timespec real;
+    clock_gettime(CLOCK_REALTIME, &real);
+    const long long micros = qeltest::g_wallMicros >= 0
+                                 ? qeltest::g_wallMicros
+                                 : real.tv_sec * 1000000LL + real.tv_nsec / 1000;
+    *now = {static_cast<time_t>(micros / 1000000), static_cast<suseconds_t>(micros % 1000000)};
+    return 0;
+}
 
 namespace qeltest {
 

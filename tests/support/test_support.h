@@ -21,6 +21,10 @@
 
 namespace qeltest {
 
+// The wall clock that gettimeofday() gives this process (and the library in it), in
+// microseconds since the epoch: -1, the default, gives the real one.
+extern long long g_wallMicros;
+
 // A new folder under /tmp, removed with everything below it when the object goes.
 class TempDir {
 public:
