@@ -18,12 +18,27 @@ struct Header {
     int msOfDay = 0;
 };
 
+// A header as read, before its texts are copied out: where they lie in the bytes of the
+// header, and its numbers.
+struct HeaderFields {
+    std::size_t moduleEnd = 1;  // the module is data[1..moduleEnd)
+    std::size_t versionBegin = 0, versionEnd = 0;
+    std::size_t timeBegin = 0, timeEnd = 0;
+    char level = '?';
+    unsigned long threadId = 0;
+    int msOfDay = 0;
+
+    // Sets `header` to these fields of the header at `data`, keeping the memory of its strings.
+    void copyTo(const char* data, Header& header) const;
+};
+
 enum class HeaderMatch { Yes, No, Partial };
 
-// Tries to read a header at data[0..size). Yes: `length` is its length and `header` its
-// fields. Partial: the bytes end before it could be decided. No: there is no header here.
+// Tries to read a header at data[0..size). Yes: `length` is its length and `fields` where its
+// fields are. Partial: the bytes end before it could be decided. No: there is no header here.
 // Either pointer may be null.
-HeaderMatch matchHeader(const char* data, std::size_t size, Header* header, std::size_t* length);
+HeaderMatch matchHeader(const char* data, std::size_t size, HeaderFields* fields,
+                        std::size_t* length);
 
 }  // namespace qellog
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 #include "civil_time.h"
 #include "writing_order.h"
@@ -208,14 +207,14 @@ RecordReader::Scan RecordReader::findEnd(std::size_t textBegin, bool headed, Dat
     return end == DataEnd::Final ? Scan::Found : Scan::Wait;
 }
 
-void RecordReader::take(Record& record, Header* header, std::size_t textBegin,
+void RecordReader::take(Record& record, const HeaderFields* header, std::size_t textBegin,
                         std::size_t length, bool cut) {
     const char* data = m_buffer.data() + m_start;
     // Field by field rather than a fresh Record: a caller that passes the same one each time
     // keeps the memory of its strings.
     record.headed = header != nullptr;
     record.zeros = false;
-    if (header != nullptr) std::swap(record.header, *header);  // the header read is used up
+    if (header != nullptr) header->copyTo(data, record.header);
     else record.header = Header();
     record.bytes.assign(data, length);
     record.complete =
@@ -242,12 +241,11 @@ bool RecordReader::next(Record& record, DataEnd end) {
         record.zeros = true;
         return true;
     }
-    // The search for this record's end reads the next header into m_ahead: this one moves out.
-    Header header;
+    // The search for this record's end reads the next header into m_ahead: this one is kept.
+    HeaderFields header = m_ahead.header;
     std::size_t headerLength = m_ahead.length;
     HeaderMatch start = HeaderMatch::Yes;
     if (m_ahead.at == m_start) {
-        std::swap(header, m_ahead.header);
         m_ahead.at = std::string::npos;
     } else {
         start = matchHeader(data, size, &header, &headerLength);

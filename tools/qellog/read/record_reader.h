@@ -71,8 +71,8 @@ private:
     // `segment` or after the line feed at `lineEnd` (offsets from m_start), and handing it out.
     Scan findEnd(std::size_t textBegin, bool headed, DataEnd end, std::size_t& length);
     Scan endAfterLine(std::size_t lineEnd, std::size_t textBegin, bool headed, DataEnd end);
-    void take(Record& record, Header* header, std::size_t textBegin, std::size_t length,
-              bool cut);
+    void take(Record& record, const HeaderFields* header, std::size_t textBegin,
+              std::size_t length, bool cut);
     void consume(std::size_t length);
 
     std::string m_buffer;
@@ -87,7 +87,7 @@ private:
     // bytes never undo a header found, so it holds until the buffer moves.
     struct Ahead {
         std::size_t at = std::string::npos;  // index in m_buffer; npos: none
-        Header header;
+        HeaderFields header;
         std::size_t length = 0;
     } m_ahead;
     // The real time of the record before, and the recorded zone rule it was stamped under.
