@@ -24,7 +24,9 @@ HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
     const std::size_t versionEnd = c.at - 1;
     if (c.at >= size) return HeaderMatch::Partial;
     const char level = data[c.at++];
-    if (std::strchr("VIWE?", level) == nullptr || level == '\0') return HeaderMatch::No;
+    if (level != 'V' && level != 'I' && level != 'W' && level != 'E' && level != '?') {
+        return HeaderMatch::No;
+    }
     const std::size_t timeBegin = c.at + 1;
     if (!c.literal(" ") || !c.number(2, 2, hours) || !c.literal(":") || !c.number(2, 2, minutes) ||
         !c.literal(":") || !c.number(2, 2, seconds) || !c.literal(":") ||
