@@ -58,10 +58,10 @@ HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
 }  // namespace
 
 void HeaderFields::copyTo(const char* data, Header& header) const {
-    header.module.assign(data + 1, moduleEnd - 1);
-    header.version.assign(data + versionBegin, versionEnd - versionBegin);
+    header.module = std::string_view(data + 1, moduleEnd - 1);
+    header.version = std::string_view(data + versionBegin, versionEnd - versionBegin);
     header.level = level;
-    header.time.assign(data + timeBegin, timeEnd - timeBegin);
+    header.time = std::string_view(data + timeBegin, timeEnd - timeBegin);
     header.threadId = threadId;
     header.msOfDay = msOfDay;
 }

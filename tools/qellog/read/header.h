@@ -2,18 +2,19 @@
 #define QELLOG_READ_HEADER_H_
 
 #include <cstddef>
-#include <string>
+#include <string_view>
 
 namespace qellog {
 
 // The header "[module][V1.8.63 L hh:mm:ss:ms tid]" that starts every record. The module is
 // any 0 to 127 bytes but NUL (line feeds and "]" too); L is V, I, W, E, or ? for a level that
 // has no letter.
+// The texts are views of the bytes read (see Record).
 struct Header {
-    std::string module;
-    std::string version;  // "1.8.63"
+    std::string_view module;
+    std::string_view version;  // "1.8.63"
     char level = '?';
-    std::string time;  // "hh:mm:ss:ms", as printed
+    std::string_view time;  // "hh:mm:ss:ms", as printed
     unsigned long threadId = 0;
     int msOfDay = 0;
 };
@@ -28,7 +29,7 @@ struct HeaderFields {
     unsigned long threadId = 0;
     int msOfDay = 0;
 
-    // Sets `header` to these fields of the header at `data`, keeping the memory of its strings.
+    // Sets `header` to these fields of the header at `data`, its texts viewing `data`.
     void copyTo(const char* data, Header& header) const;
 };
 

@@ -21,7 +21,10 @@ void RecordReader::beginFile(const LogFile& file, std::uint64_t offset, bool con
     m_segments.push_back(Segment{m_buffer.size(), file, offset, continues});
 }
 
-void RecordReader::append(const char* data, std::size_t size) { m_buffer.append(data, size); }
+void RecordReader::append(const char* data, std::size_t size) {
+    compact();
+    m_buffer.append(data, size);
+}
 
 const RecordReader::Segment& RecordReader::segmentAt(std::size_t index) const {
     for (std::size_t i = m_segments.size(); i-- > 1;) {
@@ -216,7 +219,7 @@ void RecordReader::take(Record& record, const HeaderFields* header, std::size_t 
     record.zeros = false;
     if (header != nullptr) header->copyTo(data, record.header);
     else record.header = Header();
-    record.bytes.assign(data, length);
+    record.bytes = std::string_view(data, length);
     record.complete =
         length >= textBegin + 2 && data[length - 1] == '\n' && data[length - 2] == '\n';
     record.cut = cut;
@@ -266,6 +269,11 @@ void RecordReader::consume(std::size_t length) {
     while (m_segments.size() >= 2 && m_segments[1].at <= m_start) {
         m_segments.erase(m_segments.begin());
     }
+}
+
+// The records handed out view the buffer: the bytes they came from are dropped only when more
+// bytes come in.
+void RecordReader::compact() {
     if (m_start < 64 * 1024 && m_start < m_buffer.size()) return;
     // Drop the bytes handed out; the first file's offset moves along with them.
     Segment& first = m_segments.front();

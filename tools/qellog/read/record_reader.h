@@ -33,8 +33,10 @@ public:
     // go on with the record before them, whatever they start with (the writer split it at its
     // size limit); otherwise that record ends here, and bytes without a header are a piece.
     void beginFile(const LogFile& file, std::uint64_t offset, bool continues);
+    // Bytes handed in before end the life of the records taken from them.
     void append(const char* data, std::size_t size);
     // Takes the next record. Returns false when there is none yet (or, with Final, none left).
+    // The record views the reader's bytes until the next append (see Record).
     bool next(Record& record, DataEnd end);
 
     // Where the next record starts. Before any file: an empty name.
@@ -74,6 +76,7 @@ private:
     void take(Record& record, const HeaderFields* header, std::size_t textBegin,
               std::size_t length, bool cut);
     void consume(std::size_t length);
+    void compact();
 
     std::string m_buffer;
     std::size_t m_start = 0;     // index of the next record in m_buffer
