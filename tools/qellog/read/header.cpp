@@ -57,13 +57,15 @@ HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
 
 }  // namespace
 
-void HeaderFields::copyTo(const char* data, Header& header) const {
+Header HeaderFields::at(const char* data) const {
+    Header header;
     header.module = std::string_view(data + 1, moduleEnd - 1);
     header.version = std::string_view(data + versionBegin, versionEnd - versionBegin);
     header.level = level;
     header.time = std::string_view(data + timeBegin, timeEnd - timeBegin);
     header.threadId = threadId;
     header.msOfDay = msOfDay;
+    return header;
 }
 
 HeaderMatch matchHeader(const char* data, std::size_t size, HeaderFields* fields,

@@ -8,8 +8,7 @@ namespace qellog {
 
 // The header "[module][V1.8.63 L hh:mm:ss:ms tid]" that starts every record. The module is
 // any 0 to 127 bytes but NUL (line feeds and "]" too); L is V, I, W, E, or ? for a level that
-// has no letter.
-// The texts are views of the bytes read (see Record).
+// has no letter. Its texts view the bytes it was read from (see Record).
 struct Header {
     std::string_view module;
     std::string_view version;  // "1.8.63"
@@ -19,8 +18,8 @@ struct Header {
     int msOfDay = 0;
 };
 
-// A header as read, before its texts are copied out: where they lie in the bytes of the
-// header, and its numbers.
+// A header as read, kept apart from the bytes it was read from (which may move): where its
+// texts lie in them, and its numbers.
 struct HeaderFields {
     std::size_t moduleEnd = 1;  // the module is data[1..moduleEnd)
     std::size_t versionBegin = 0, versionEnd = 0;
@@ -29,8 +28,8 @@ struct HeaderFields {
     unsigned long threadId = 0;
     int msOfDay = 0;
 
-    // Sets `header` to these fields of the header at `data`, its texts viewing `data`.
-    void copyTo(const char* data, Header& header) const;
+    // The header these fields describe when its bytes are at `data`.
+    Header at(const char* data) const;
 };
 
 enum class HeaderMatch { Yes, No, Partial };

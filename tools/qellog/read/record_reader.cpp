@@ -214,11 +214,10 @@ void RecordReader::take(Record& record, const HeaderFields* header, std::size_t 
                         std::size_t length, bool cut) {
     const char* data = m_buffer.data() + m_start;
     // Field by field rather than a fresh Record: a caller that passes the same one each time
-    // keeps the memory of its strings.
+    // keeps the memory of its strings (file and date).
     record.headed = header != nullptr;
     record.zeros = false;
-    if (header != nullptr) header->copyTo(data, record.header);
-    else record.header = Header();
+    record.header = header != nullptr ? header->at(data) : Header();
     record.bytes = std::string_view(data, length);
     record.complete =
         length >= textBegin + 2 && data[length - 1] == '\n' && data[length - 2] == '\n';
