@@ -43,11 +43,13 @@ bool colourWanted(ColourMode mode, int fd) {
 }
 
 std::string colouredRecord(const Record& record) {
-    if (!record.headed) return record.bytes;
+    if (!record.headed) return std::string(record.bytes);
     // "[module][V1.8.63 L hh:mm:ss:ms tid]": the level letter follows the first space after
     // the module (a version has none).
     const std::size_t space = record.bytes.find(' ', record.header.module.size() + 3);
-    if (space == std::string::npos || space + 1 >= record.textBegin) return record.bytes;
+    if (space == std::string::npos || space + 1 >= record.textBegin) {
+        return std::string(record.bytes);
+    }
     std::string out = kHeader;
     out.append(record.bytes, 0, space + 1);
     out += kReset;
@@ -57,7 +59,7 @@ std::string colouredRecord(const Record& record) {
     out += kHeader;
     out.append(record.bytes, space + 2, record.textBegin - space - 2);
     out += kReset;
-    out.append(record.bytes, record.textBegin, std::string::npos);
+    out.append(record.bytes.substr(record.textBegin));
     return out;
 }
 

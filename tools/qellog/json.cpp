@@ -33,7 +33,7 @@ std::size_t utf8Length(const unsigned char* data, std::size_t size) {
     return length;
 }
 
-void appendField(std::string& out, const char* name, const std::string& value) {
+void appendField(std::string& out, const char* name, std::string_view value) {
     out += ",\"";
     out += name;
     out += "\":";

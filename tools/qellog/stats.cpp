@@ -58,7 +58,7 @@ void RecordStats::add(const Record& record) {
     ++m_records;
     const char* level = std::strchr(kLevelLetters, record.header.level);
     ++m_levels[level != nullptr && *level != '\0' ? level - kLevelLetters : 4];
-    ++m_modules[record.header.module];
+    ++m_modules[std::string(record.header.module)];
     if (record.timed) {
         if (!m_hasTime || record.utcMs < m_first) {
             m_first = record.utcMs;

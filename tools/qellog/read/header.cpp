@@ -12,8 +12,8 @@ namespace {
 constexpr std::size_t kModuleMax = 127;
 
 // The part of a header after the module name: "][V1.8.63 L hh:mm:ss:ms tid]", at data[at].
-HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at, Header* header,
-                             std::size_t* length) {
+HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
+                             HeaderFields* fields, std::size_t* length) {
     TextCursor c{data, size, at};
     unsigned long major, minor, patch, hours, minutes, seconds, millis, tid;
     const std::size_t versionBegin = at + 3;
@@ -24,7 +24,9 @@ HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
     const std::size_t versionEnd = c.at - 1;
     if (c.at >= size) return HeaderMatch::Partial;
     const char level = data[c.at++];
-    if (std::strchr("VIWE?", level) == nullptr || level == '\0') return HeaderMatch::No;
+    if (level != 'V' && level != 'I' && level != 'W' && level != 'E' && level != '?') {
+        return HeaderMatch::No;
+    }
     const std::size_t timeBegin = c.at + 1;
     if (!c.literal(" ") || !c.number(2, 2, hours) || !c.literal(":") || !c.number(2, 2, minutes) ||
         !c.literal(":") || !c.number(2, 2, seconds) || !c.literal(":") ||
@@ -36,14 +38,16 @@ HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
         return c.partial ? HeaderMatch::Partial : HeaderMatch::No;
     }
     if (hours > 23 || minutes > 59 || seconds > 60 || tid > 0xFFFFFFFFul) return HeaderMatch::No;
-    if (header != nullptr) {
-        header->module.assign(data + 1, at - 1);
-        header->version.assign(data + versionBegin, versionEnd - versionBegin);
-        header->level = level;
-        header->time.assign(data + timeBegin, timeEnd - timeBegin);
-        header->threadId = tid;
+    if (fields != nullptr) {
+        fields->moduleEnd = at;
+        fields->versionBegin = versionBegin;
+        fields->versionEnd = versionEnd;
+        fields->level = level;
+        fields->timeBegin = timeBegin;
+        fields->timeEnd = timeEnd;
+        fields->threadId = tid;
         // A leap second counts as the last millisecond of its minute.
-        header->msOfDay = static_cast<int>(
+        fields->msOfDay = static_cast<int>(
             std::min<unsigned long>(((hours * 60 + minutes) * 60 + seconds) * 1000 + millis,
                                     ((hours * 60 + minutes) * 60 + 59) * 1000 + 999));
     }
@@ -53,7 +57,19 @@ HeaderMatch matchAfterModule(const char* data, std::size_t size, std::size_t at,
 
 }  // namespace
 
-HeaderMatch matchHeader(const char* data, std::size_t size, Header* header, std::size_t* length) {
+Header HeaderFields::at(const char* data) const {
+    Header header;
+    header.module = std::string_view(data + 1, moduleEnd - 1);
+    header.version = std::string_view(data + versionBegin, versionEnd - versionBegin);
+    header.level = level;
+    header.time = std::string_view(data + timeBegin, timeEnd - timeBegin);
+    header.threadId = threadId;
+    header.msOfDay = msOfDay;
+    return header;
+}
+
+HeaderMatch matchHeader(const char* data, std::size_t size, HeaderFields* fields,
+                        std::size_t* length) {
     if (size == 0) return HeaderMatch::Partial;
     if (data[0] != '[') return HeaderMatch::No;
     // The module name may itself hold "]": each "]" in reach may be the one that closes it.
@@ -68,7 +84,7 @@ HeaderMatch matchHeader(const char* data, std::size_t size, Header* header, std:
             if (later == HeaderMatch::Partial) return HeaderMatch::Partial;
         }
         if (data[close] != ']') continue;
-        const HeaderMatch match = matchAfterModule(data, size, close, header, length);
+        const HeaderMatch match = matchAfterModule(data, size, close, fields, length);
         if (match != HeaderMatch::No) return match;
     }
     return HeaderMatch::No;

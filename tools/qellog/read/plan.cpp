@@ -98,7 +98,7 @@ void headersIn(const char* data, std::size_t size, bool atStart,
     for (std::size_t at = 0; at < size; ++at) {
         const bool lineStart = at == 0 ? atStart : at >= 2 && data[at - 1] == '\n' &&
                                                        data[at - 2] == '\n';
-        Header header;
+        HeaderFields header;
         if (!lineStart || data[at] != '[' ||
             matchHeader(data + at, size - at, &header, nullptr) != HeaderMatch::Yes) {
             continue;

@@ -99,8 +99,9 @@ bool RecordFilter::headerMatches(const Record& record) const {
     }
     if (!modules.empty()) {
         bool any = false;
+        const std::string module(record.header.module);
         for (const std::string& pattern : modules) {
-            any = any || fnmatch(pattern.c_str(), record.header.module.c_str(), 0) == 0;
+            any = any || fnmatch(pattern.c_str(), module.c_str(), 0) == 0;
         }
         if (!any) return false;
     }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 #include "civil_time.h"
 #include "writing_order.h"
@@ -22,7 +21,10 @@ void RecordReader::beginFile(const LogFile& file, std::uint64_t offset, bool con
     m_segments.push_back(Segment{m_buffer.size(), file, offset, continues});
 }
 
-void RecordReader::append(const char* data, std::size_t size) { m_buffer.append(data, size); }
+void RecordReader::append(const char* data, std::size_t size) {
+    compact();
+    m_buffer.append(data, size);
+}
 
 const RecordReader::Segment& RecordReader::segmentAt(std::size_t index) const {
     for (std::size_t i = m_segments.size(); i-- > 1;) {
@@ -208,16 +210,15 @@ RecordReader::Scan RecordReader::findEnd(std::size_t textBegin, bool headed, Dat
     return end == DataEnd::Final ? Scan::Found : Scan::Wait;
 }
 
-void RecordReader::take(Record& record, Header* header, std::size_t textBegin,
+void RecordReader::take(Record& record, const HeaderFields* header, std::size_t textBegin,
                         std::size_t length, bool cut) {
     const char* data = m_buffer.data() + m_start;
     // Field by field rather than a fresh Record: a caller that passes the same one each time
-    // keeps the memory of its strings.
+    // keeps the memory of its strings (file and date).
     record.headed = header != nullptr;
     record.zeros = false;
-    if (header != nullptr) std::swap(record.header, *header);  // the header read is used up
-    else record.header = Header();
-    record.bytes.assign(data, length);
+    record.header = header != nullptr ? header->at(data) : Header();
+    record.bytes = std::string_view(data, length);
     record.complete =
         length >= textBegin + 2 && data[length - 1] == '\n' && data[length - 2] == '\n';
     record.cut = cut;
@@ -242,12 +243,11 @@ bool RecordReader::next(Record& record, DataEnd end) {
         record.zeros = true;
         return true;
     }
-    // The search for this record's end reads the next header into m_ahead: this one moves out.
-    Header header;
+    // The search for this record's end reads the next header into m_ahead: this one is kept.
+    HeaderFields header = m_ahead.header;
     std::size_t headerLength = m_ahead.length;
     HeaderMatch start = HeaderMatch::Yes;
     if (m_ahead.at == m_start) {
-        std::swap(header, m_ahead.header);
         m_ahead.at = std::string::npos;
     } else {
         start = matchHeader(data, size, &header, &headerLength);
@@ -268,6 +268,11 @@ void RecordReader::consume(std::size_t length) {
     while (m_segments.size() >= 2 && m_segments[1].at <= m_start) {
         m_segments.erase(m_segments.begin());
     }
+}
+
+// The records handed out view the buffer: the bytes they came from are dropped only when more
+// bytes come in.
+void RecordReader::compact() {
     if (m_start < 64 * 1024 && m_start < m_buffer.size()) return;
     // Drop the bytes handed out; the first file's offset moves along with them.
     Segment& first = m_segments.front();

@@ -33,8 +33,10 @@ public:
     // go on with the record before them, whatever they start with (the writer split it at its
     // size limit); otherwise that record ends here, and bytes without a header are a piece.
     void beginFile(const LogFile& file, std::uint64_t offset, bool continues);
+    // Bytes handed in before end the life of the records taken from them.
     void append(const char* data, std::size_t size);
     // Takes the next record. Returns false when there is none yet (or, with Final, none left).
+    // The record views the reader's bytes until the next append (see Record).
     bool next(Record& record, DataEnd end);
 
     // Where the next record starts. Before any file: an empty name.
@@ -71,9 +73,10 @@ private:
     // `segment` or after the line feed at `lineEnd` (offsets from m_start), and handing it out.
     Scan findEnd(std::size_t textBegin, bool headed, DataEnd end, std::size_t& length);
     Scan endAfterLine(std::size_t lineEnd, std::size_t textBegin, bool headed, DataEnd end);
-    void take(Record& record, Header* header, std::size_t textBegin, std::size_t length,
-              bool cut);
+    void take(Record& record, const HeaderFields* header, std::size_t textBegin,
+              std::size_t length, bool cut);
     void consume(std::size_t length);
+    void compact();
 
     std::string m_buffer;
     std::size_t m_start = 0;     // index of the next record in m_buffer
@@ -87,7 +90,7 @@ private:
     // bytes never undo a header found, so it holds until the buffer moves.
     struct Ahead {
         std::size_t at = std::string::npos;  // index in m_buffer; npos: none
-        Header header;
+        HeaderFields header;
         std::size_t length = 0;
     } m_ahead;
     // The real time of the record before, and the recorded zone rule it was stamped under.
