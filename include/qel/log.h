@@ -280,7 +280,7 @@ QEL_EXPORT QelLogLevel qelLogGetModuleThreshold(const char* module);
  * items, patterns and levels are ignored, and so are empty items. Thresholds the text does not
  * name stay as they are. Returns 0; when any item cannot be read, nothing is changed and the
  * result is -1 with the error code 0x80300206. */
-QEL_EXPORT int qelLogSetLevelSpec(const char* spec);
+QEL_EXPORT int qelLogSetLevelSpec(const char* levelText);
 
 /* ---- Version -------------------------------------------------------------------------------
  * Returns the version of the library loaded at run time, "MAJOR.MINOR.PATCH" ("1.8.63"), which

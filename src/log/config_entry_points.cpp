@@ -154,8 +154,8 @@ QEL_EXPORT QelLogLevel qelLogGetModuleThreshold(const char* module) {
     return static_cast<QelLogLevel>(qel::ModuleThresholds::thresholdFor(module, global));
 }
 
-QEL_EXPORT int qelLogSetLevelSpec(const char* spec) {
-    const qel::LevelSpec levels(spec);
+QEL_EXPORT int qelLogSetLevelSpec(const char* levelText) {
+    const qel::LevelSpec levels(levelText);
     if (!levels.problems().empty()) {
         return qel::failWith(qel::kErrorInvalidParameter);
     }

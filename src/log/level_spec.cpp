@@ -88,12 +88,13 @@ void LevelSpec::applyEnvironment(QelLog& log) {
     if (value == nullptr) {
         return;
     }
-    const LevelSpec spec(value);
-    if (spec.problems().empty()) {
-        spec.apply(log);
+    const LevelSpec fromVariable(value);
+    if (fromVariable.problems().empty()) {
+        fromVariable.apply(log);
         return;
     }
-    const std::string line = std::string("qel: ") + kVariable + " not applied: " + spec.problems() +
+    const std::string line = std::string("qel: ") + kVariable +
+                             " not applied: " + fromVariable.problems() +
                              "; expected LEVEL or PATTERN=LEVEL items separated by commas, LEVEL "
                              "one of V, I, W, E, verbose, info, warning, error\n";
     fputs(line.c_str(), stderr);
